@@ -1,0 +1,189 @@
+#pragma once
+// The categorised form of one MFT entry: everything the filters and writers need, sorted by
+// attribute kind, with an extension record's attributes folded into their base record.
+#include <array>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "ntfs/orv_runs.h"
+
+class mft_entries_ctx;
+
+// Low 48 bits attribute type, high 16 bits attribute id. Types without decoding of their own use
+// the pseudo type 0xFFFFFFFF.
+using attrib_key = uint64_t;
+inline attrib_key make_attrib_key(uint64_t type, uint16_t id) { return (type & 0x0000FFFFFFFFFFFFull) | (uint64_t(id) << 48); }
+inline uint64_t attrib_key_type(attrib_key key) { return key & 0x0000FFFFFFFFFFFFull; }
+inline uint16_t attrib_key_id(attrib_key key) { return uint16_t(key >> 48); }
+
+// Offsets inside the file record header (m_header holds its first 42 bytes).
+enum : uint32_t {
+  FR_SIGNATURE = 0, FR_USA_OFFSET = 4, FR_USA_COUNT = 6, FR_LSN = 8, FR_SEQUENCE = 16,
+  FR_LINK_COUNT = 18, FR_FIRST_ATTRIB = 20, FR_FLAGS = 22, FR_USED_SIZE = 24, FR_ALLOC_SIZE = 28,
+  FR_BASE_REF = 32, FR_NEXT_ATTRIB_ID = 40, FR_HEADER_COPY = 42,
+};
+enum : uint16_t { FR_FLAG_IN_USE = 1, FR_FLAG_DIRECTORY = 2 };
+
+struct si_entry {
+  std::array<uint8_t, 72> m_value{};  // short 48-byte form zero-padded
+  bool m_time_anomaly = false;
+  std::string m_anomaly_text;  // empty or "null"
+  // Standard information times, as on disk: created, modified, MFT modified, accessed.
+  uint64_t created() const;
+  uint64_t modified() const;
+  uint64_t mft_modified() const;
+  uint64_t accessed() const;
+  uint32_t flags() const;
+  uint32_t owner_id() const;
+  uint32_t security_id() const;
+  uint64_t quota() const;
+  uint64_t usn() const;
+};
+
+struct file_name_entry {
+  std::string m_key;                 // path key
+  std::array<uint8_t, 68> m_raw{};   // value up to its name
+  std::wstring m_name;
+  bool m_is_dos_name = false;        // namespace 2
+  bool m_time_anomaly = false;
+  std::string m_anomaly_text;        // empty, "future" or "null"
+  uint16_t m_attrib_id = 0;
+  uint64_t m_inode = 0;              // record that held the attribute
+  uint32_t m_use_count = 1;
+
+  uint64_t parent_ref() const;       // whole 8-byte reference
+  uint64_t parent_number() const;    // low 48 bits
+  uint16_t parent_sequence() const;
+  uint64_t created() const;
+  uint64_t modified() const;
+  uint64_t mft_modified() const;
+  uint64_t accessed() const;
+  uint64_t allocated_size() const;
+  uint64_t real_size() const;
+  uint32_t flags() const;
+  uint8_t name_space() const;        // 0 POSIX, 1 Win32, 2 DOS, 3 Win32 and DOS
+};
+
+struct oid_entry {
+  std::array<uint8_t, 64> m_ids{};   // object id, birth volume id, birth object id, domain id
+  uint32_t m_value_length = 0;
+  std::string m_guid_text;
+};
+
+struct vol_info_entry {
+  std::array<uint8_t, 12> m_value{};
+  std::string m_text;
+};
+
+struct attrib_item {
+  std::wstring m_name;
+  std::string m_label;
+  std::vector<uint8_t> m_raw_attrib;  // attribute bytes, header included
+  std::string m_text;
+  std::vector<uint8_t> m_spare;
+  bool m_is_ads = false;
+  bool m_is_data = false;
+  std::string m_security_text;
+  data_run_list m_runs;
+  std::vector<uint8_t> m_value;       // resident value, when captured
+  std::vector<uint8_t> m_head;        // head bytes of the stream (header capture)
+  uint64_t m_inode = 0;               // record that held the attribute
+
+  // Header fields read from m_raw_attrib (0 when absent).
+  uint32_t type() const;
+  bool non_resident() const;
+  uint16_t flags() const;
+  uint16_t id() const;
+  uint32_t value_length() const;      // resident
+  uint64_t allocated_size() const;    // non-resident, offset 40
+  uint64_t real_size() const;         // offset 48
+  uint64_t valid_size() const;        // offset 56
+  uint64_t compressed_size() const;   // offset 64
+  uint16_t compression_unit() const;  // offset 34
+  // Real size or initialised size, whichever is larger; value length for resident data.
+  uint64_t stream_size() const;
+};
+
+// A parent reference with the name under it and the path that the path walk fills in.
+struct parent_name {
+  std::wstring m_name;
+  std::wstring m_path;
+  std::string m_key;  // path key of the file name
+};
+
+class entry_record {
+ public:
+  entry_record() = default;
+  virtual ~entry_record() = default;
+  void clear();
+
+  std::wstring m_source_name;
+  bool m_has_attrib_list = false;
+  bool m_attrib_list_nonresident = false;
+  bool m_has_time_warning = false;
+  std::string m_time_warning;
+  uint64_t m_inode = 0;
+  uint16_t m_seq_num = 0;
+  std::array<uint8_t, 42> m_header{};
+  std::vector<uint8_t> m_raw_record;
+  bool m_is_extension = false;
+  uint64_t m_base_ref = 0;
+  std::map<uint16_t, si_entry> m_std_infos;
+  std::map<std::string, file_name_entry> m_file_names;
+  std::map<uint16_t, oid_entry> m_object_ids;
+  std::map<attrib_key, std::wstring> m_volume_names;
+  std::map<attrib_key, vol_info_entry> m_volume_infos;
+  std::map<attrib_key, std::wstring> m_reparse_targets;
+  std::map<std::wstring, std::array<uint8_t, 16>> m_index_roots;
+  std::map<attrib_key, attrib_item> m_attribs;
+  bool m_has_unnamed_data = false;
+  std::vector<uint8_t> m_zone_buffer;
+  std::map<std::string, std::string> m_zone_info;
+  std::map<uint64_t, parent_name> m_parent_names;
+  std::map<std::wstring, std::string> m_name_index;
+  bool m_hash_failed = false;
+  std::array<uint8_t, 16> m_md5{};
+  std::array<uint8_t, 20> m_sha1{};
+  std::array<uint8_t, 32> m_sha256{};
+  bool m_has_md5 = false, m_has_sha1 = false, m_has_sha256 = false;
+  bool m_filter_inode = false;
+  std::wstring m_filter_inode_text;
+  bool m_deleted_mark = false;
+  bool m_filter_name = false;
+  std::wstring m_filter_name_text;
+  bool m_filter_ext = false;
+  std::wstring m_filter_ext_text;
+  bool m_filter_dir = false;
+  std::wstring m_filter_dir_text;
+  bool m_filter_pattern = false;
+  std::wstring m_filter_pattern_text;
+  bool m_filter_type = false;
+  std::wstring m_filter_type_text;
+  bool m_time_mark = false;
+  bool m_ads_mark = false;
+  bool m_size_mark = false;
+  uint64_t m_record_offset = 0;
+  std::wstring m_extracted_path;
+  uint16_t m_first_attrib_offset = 0;
+
+  uint16_t header_flags() const;
+  uint16_t link_count() const;
+  bool in_use() const { return header_flags() & FR_FLAG_IN_USE; }
+  bool is_directory() const { return header_flags() & FR_FLAG_DIRECTORY; }
+};
+
+// Path key: parent number in at least 8 lower-case hex digits, "_", UTF-8 name, "_", entry number.
+std::string make_path_key(uint64_t parent_number, const std::string& name_utf8, uint64_t inode);
+
+// Reads record `inode` and decodes it. `capture` keeps every resident value in m_value.
+bool read_entry(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, bool capture);
+// Decodes one attribute into the entry; false ends the walk. `list_seen` is set for type 0x20.
+bool categorize_attrib(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, const uint8_t* record,
+                       uint32_t record_length, const uint8_t* attribute, bool& list_seen, bool capture);
+bool read_attrib_list(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, const uint8_t* attribute,
+                      uint32_t attrib_length, bool capture);
+bool parse_attrib_list(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, const uint8_t* buffer,
+                       uint64_t length, bool capture);
+uint64_t mft_record_count(mft_entries_ctx& ctx);

@@ -1,0 +1,72 @@
+#pragma once
+// Text: wide strings hold one code point per unit (wchar_t is 32 bits on Linux), narrow strings
+// hold UTF-8, on-disk strings are UTF-16LE. Conversions never throw: bad input gives false or an
+// empty/partial result as documented per function.
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace orv {
+
+// Code points above 0x10FFFF end the conversion there, keeping what was made.
+std::string to_utf8(const std::wstring& wide);
+void append_utf8(std::string& out, uint32_t code_point);  // one code point, 1..4 bytes
+// Empty string on invalid UTF-8 (bad lead byte, sequence cut by the end).
+std::wstring to_wide(const std::string& narrow);
+// UTF-16LE to UTF-8; false on a lone high surrogate; a low surrogate alone is passed as is.
+bool utf16_to_utf8(const uint8_t* bytes, size_t length, std::string& out);
+// Stops at the first 0 unit or at length/2 units (length -1: 500 units). Surrogate pairs join;
+// a string holding a lone surrogate falls back to widening each unit by itself. Returns bytes consumed.
+size_t utf16_to_wide(const uint8_t* bytes, int64_t length, std::wstring& out);
+size_t utf16_name_to_utf8(const uint8_t* bytes, int64_t length, std::string& out, bool skip_terminator);
+
+void to_lower(std::wstring& text);  // towlower per unit, in place
+void to_lower(std::string& text);   // tolower per byte (default locale)
+std::wstring lowered(std::wstring text);
+std::string lowered(std::string text);
+void replace_char(std::wstring& text, wchar_t from, wchar_t to, bool ignore_case);
+size_t remove_char(std::wstring& text, wchar_t ch);
+size_t remove_char(std::string& text, char ch);
+void strip_trailing_slashes(std::wstring& text);
+void strip_trailing_slashes(std::string& text);
+std::string trim(const std::string& text, const char* blanks = " \t\r\n");
+std::wstring trim(const std::wstring& text, const wchar_t* blanks = L" \t\r\n");
+// Cuts at any of the separator characters; parts trimmed of blanks when trim_parts is set.
+// Empty parts are kept.
+std::vector<std::string> split(const std::string& text, const std::string& separators, bool trim_parts);
+std::vector<std::wstring> split(const std::wstring& text, const std::wstring& separators, bool trim_parts);
+
+// Number readers of the option layer. Each trims and lowers first. False leaves `out` unchanged,
+// except parse_size, which sets 0 on refusal.
+bool parse_u64(const std::string& text, uint64_t& out);    // "x" -> hex after it; "o" -> octal after it; digit/+/- -> decimal
+bool parse_u32(const std::string& text, uint32_t& out);    // same rules
+bool parse_small(const std::string& text, uint32_t& out);  // "x.."/"0x.." hex, "o.." octal, digits, 'c'
+bool parse_size(const std::string& text, uint64_t& out);   // leading blanks skipped; see the option layer
+bool parse_number(const std::string& text, uint64_t& out); // same as parse_u64
+
+// 16 bytes: u32, u16, u16 little-endian, then 8 single bytes: "%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x"
+std::string guid_text(const uint8_t* bytes);
+
+// 1 CRLF, 2 CR, 3 LF, 4 LFCR, 6 mixed, 7 none seen (positions 0..length-2 are walked).
+int line_end_kind(const uint8_t* bytes, size_t length);
+
+// Expands each %NAME% that is set in the environment; stops expanding once the text passes 513 chars.
+std::string expand_environment(const std::string& text);
+
+// Creates one directory (mode 0777, zero umask); an existing one is success.
+bool make_directory(const std::string& path);
+// Creates every missing level of `path`, as the tool's directory-tree rule says.
+bool make_directory_tree(const std::string& path);
+bool make_directory_tree(const std::wstring& path);
+// Splits "dir/name.ext" into its parts (dir without trailing slash; ext without the dot).
+void split_path(const std::string& path, std::string& dir, std::string& name, std::string& ext);
+
+// Input path normalisation: quotes to blanks, trimmed, absolute against the current directory,
+// leading "." and ".." resolved. Empty result means failure.
+std::wstring normalize_path(const std::string& path, char default_separator);
+
+// Hex helpers used by writers: lower-case, zero-filled to `digits`.
+std::string hex_digits(uint64_t value, int digits);
+
+}  // namespace orv

@@ -1,0 +1,36 @@
+#include "base/results_stream.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+results_stream::results_stream() { m_buffer.reserve(k_flush_size + 4096); }
+
+results_stream::~results_stream() { close(); }
+
+bool results_stream::open_file(const std::string& path) {
+  close();
+  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0) return false;
+  m_fd = fd;
+  m_owns_fd = true;
+  return true;
+}
+
+void results_stream::flush() {
+  size_t done = 0;
+  while (done < m_buffer.size()) {
+    ssize_t n = ::write(m_fd, m_buffer.data() + done, m_buffer.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;  // output errors are not the run's concern; drop what cannot be written
+    done += size_t(n);
+  }
+  m_buffer.clear();
+}
+
+void results_stream::close() {
+  flush();
+  if (m_owns_fd && m_fd >= 0) ::close(m_fd);
+  m_fd = 1;
+  m_owns_fd = false;
+}

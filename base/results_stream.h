@@ -1,0 +1,36 @@
+#pragma once
+// The one output stream every writer prints to: the results file, or standard output.
+// Rows are gathered in a large buffer and written with few system calls; nothing flushes per row.
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+class results_stream {
+ public:
+  results_stream();  // standard output
+  ~results_stream();
+  results_stream(const results_stream&) = delete;
+  results_stream& operator=(const results_stream&) = delete;
+
+  // Opens (creating or truncating) a results file. False when it cannot be opened.
+  bool open_file(const std::string& path);
+  bool is_stdout() const { return m_fd == 1; }
+
+  void write(std::string_view text) {
+    m_buffer.append(text.data(), text.size());
+    if (m_buffer.size() >= k_flush_size) flush();
+  }
+  void put(char c) {
+    m_buffer.push_back(c);
+    if (m_buffer.size() >= k_flush_size) flush();
+  }
+  results_stream& operator<<(std::string_view text) { write(text); return *this; }
+  void flush();
+  void close();
+
+ private:
+  static constexpr size_t k_flush_size = 1 << 20;
+  int m_fd = 1;
+  bool m_owns_fd = false;
+  std::string m_buffer;
+};

@@ -1,0 +1,48 @@
+#pragma once
+// All file access other than raw block sources goes through uni::fileio.
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace uni {
+
+class fileio {
+ public:
+  fileio() = default;
+  virtual ~fileio();
+  fileio(const fileio&) = delete;
+  fileio& operator=(const fileio&) = delete;
+
+  // Read-only unless `writable`; writing creates and truncates (mode 0606). FIFOs and sockets
+  // are refused. The path loses trailing slashes.
+  bool open(const std::wstring& path, bool writable = false);
+  bool open(const std::string& path, bool writable = false);
+  // Memory form: reads come from `bytes`.
+  void open_memory(std::vector<uint8_t> bytes);
+  void close();
+  bool is_open() const { return m_is_open != 0; }
+
+  // Size by seeking to the end and back. An unseekable "/proc" path gives 0x40000; other failures 0.
+  uint64_t fileio_size();
+  // False at or past the end; true with a zero length. `buffer` is resized to
+  // min(length, size - offset) and cut by whatever the reads could not deliver.
+  bool read_at(std::vector<uint8_t>& buffer, uint64_t length, uint64_t offset);
+  // Reads into caller memory; returns bytes read (0 at or past the end, or on failure).
+  uint64_t read_into(uint8_t* buffer, uint64_t length, uint64_t offset);
+  bool write(const void* data, size_t length);
+
+  int m_fd = -1;
+  uint64_t m_size = 0;
+  uint8_t m_is_writable = 0;
+  uint8_t m_is_open = 0;
+  uint8_t m_keep_open = 0;
+  std::wstring m_path;
+  std::vector<uint8_t> m_memory;
+  uint64_t m_position = 0;
+  uint16_t m_memory_mode = 0;
+};
+
+// Whole-file read; false when the file cannot be opened or read.
+bool read_whole_file(const std::string& path, std::vector<uint8_t>& out);
+
+}  // namespace uni

@@ -1,0 +1,44 @@
+#pragma once
+// The one byte source below CNtfs: a file, image, or physical drive, read at a 64-bit byte offset.
+// Every source is opened read-only; nothing in this program writes to one.
+#include <cstdint>
+#include <memory>
+#include <string>
+
+class vmdk_reader;
+
+enum raw_kind : uint32_t { RAW_KIND_FILE = 0, RAW_KIND_DISK = 3, RAW_KIND_VMDK = 4, RAW_KIND_NONE = 8 };
+
+class RAW_DISK_IO {
+ public:
+  RAW_DISK_IO() = default;
+  virtual ~RAW_DISK_IO();
+  RAW_DISK_IO(const RAW_DISK_IO&) = delete;
+  RAW_DISK_IO& operator=(const RAW_DISK_IO&) = delete;
+
+  // kind 0..3 with a path all open as a file (kind 0). FIFOs and sockets are refused.
+  bool open_path(const std::wstring& path, bool writable, uint32_t kind);
+  // "/dev/sd" + ('a' + number); numbers from 25 up fail at once.
+  bool open_disk(uint32_t number, bool writable);
+  void close();
+
+  // Reads up to `length` bytes at `offset`; `length` comes back reduced when the read is clamped
+  // at the end of a file. False on a null buffer, zero length, closed source or offset >= size.
+  bool read(uint8_t* buffer, uint32_t& length, uint64_t offset, bool snapshot = false);
+  uint64_t size() const;
+  bool is_open() const { return m_open != 0; }
+
+  std::unique_ptr<vmdk_reader> m_vmdk;
+  int32_t m_disk_number = -1;
+  uint8_t m_writable = 0;
+  uint8_t m_closed_for_reads = 0;
+  int32_t m_fd = -1;
+  uint32_t m_cylinders = 0, m_tracks_per_cylinder = 0, m_sectors_per_track = 0;
+  uint32_t m_bytes_per_sector = 512;
+  uint64_t m_start_offset = 0;
+  std::string m_path_utf8;
+  std::wstring m_path;
+  uint32_t m_kind = RAW_KIND_NONE;
+  uint32_t m_open = 0;
+  uint64_t m_size = 0;
+};
