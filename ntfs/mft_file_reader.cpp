@@ -1,0 +1,36 @@
+#include "ntfs/mft_file_reader.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+// Records of an extracted $MFT are served from a window of this size, so a walk costs one read
+// per megabyte rather than one per record.
+constexpr uint64_t k_window_bytes = 1 << 20;
+}
+
+bool mft_file_reader::open(const std::wstring& path) {
+  m_window.clear();
+  m_window_start = 0;
+  if (!m_file.open(path, false)) return false;
+  m_size = m_file.fileio_size();
+  return true;
+}
+
+bool mft_file_reader::read(std::vector<uint8_t>& out, uint64_t length, uint64_t offset) {
+  if (offset >= m_size || length == 0) return false;
+  uint64_t want = std::min(length, m_size - offset);
+  bool inside = offset >= m_window_start && offset - m_window_start + want <= m_window.size();
+  if (!inside) {
+    uint64_t span = std::min(std::max(want, k_window_bytes), m_size - offset);
+    m_window.resize(span);
+    uint64_t got = m_file.read_into(m_window.data(), span, offset);
+    m_window.resize(got);
+    m_window_start = offset;
+    if (got == 0) return false;
+  }
+  uint64_t from = offset - m_window_start;
+  uint64_t avail = std::min<uint64_t>(want, m_window.size() - from);
+  out.assign(m_window.begin() + long(from), m_window.begin() + long(from + avail));
+  return !out.empty();
+}
