@@ -33,12 +33,15 @@ using partition_list = std::vector<partition_record>;
 bool read_partitions(RAW_DISK_IO& disk, partition_list& list, bool force, bool with_gaps);
 // Buffer form, for a disk whose first sector is all that is at hand (VMDK).
 bool read_partitions_buffer(const uint8_t* bytes, size_t length, partition_list& list, bool force);
+// Appends to `list`: rows of MBR entries ahead of the protective entry stay.
 bool read_gpt(RAW_DISK_IO& disk, partition_list& list, bool with_gaps);
 bool volume_at(RAW_DISK_IO& disk, uint64_t offset);
 std::string partition_type_name(uint16_t type);
 bool is_recognised_mbr_type(uint8_t type);
 void guess_volume(partition_record& record, const uint8_t* bytes, size_t length);
 bool partition_is_ntfs(const partition_record& record);
+// Name of a row as listed to the user: the type's name, else the name the volume guess gave.
+std::string partition_row_name(const partition_record& record);
 // `found` tells whether an NTFS volume was seen at all; `offset` is in and out.
 bool validate_volume(std::ostringstream& messages, bool& found, uint64_t& offset, RAW_DISK_IO& disk,
                      bool ignore_image_size);
