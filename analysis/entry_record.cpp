@@ -1,1 +1,474 @@
-// placeholder until the owner's implementation lands
+#include "analysis/entry_record.h"
+
+#include <algorithm>
+#include <cstring>
+#include <cwctype>
+
+#include "analysis/orv_zone.h"
+#include "base/orv_console.h"
+#include "base/orv_le.h"
+#include "base/orv_string.h"
+#include "ntfs/mft_file_reader.h"
+#include "ntfs/ntfs.h"
+#include "ntfs/orv_attrib.h"
+#include "ntfs/orv_filerec.h"
+#include "run/mft_entries_ctx.h"
+
+using orv::byte_span;
+using orv::le16;
+using orv::le32;
+using orv::le64;
+
+// ---- accessors -------------------------------------------------------------------------------
+
+uint64_t si_entry::created() const { return le64(m_value.data()); }
+uint64_t si_entry::modified() const { return le64(m_value.data() + 8); }
+uint64_t si_entry::mft_modified() const { return le64(m_value.data() + 16); }
+uint64_t si_entry::accessed() const { return le64(m_value.data() + 24); }
+uint32_t si_entry::flags() const { return le32(m_value.data() + 32); }
+uint32_t si_entry::owner_id() const { return le32(m_value.data() + 48); }
+uint32_t si_entry::security_id() const { return le32(m_value.data() + 52); }
+uint64_t si_entry::quota() const { return le64(m_value.data() + 56); }
+uint64_t si_entry::usn() const { return le64(m_value.data() + 64); }
+
+uint64_t file_name_entry::parent_ref() const { return le64(m_raw.data()); }
+uint64_t file_name_entry::parent_number() const { return orv::le48(m_raw.data()); }
+uint16_t file_name_entry::parent_sequence() const { return le16(m_raw.data() + 6); }
+uint64_t file_name_entry::created() const { return le64(m_raw.data() + 8); }
+uint64_t file_name_entry::modified() const { return le64(m_raw.data() + 16); }
+uint64_t file_name_entry::mft_modified() const { return le64(m_raw.data() + 24); }
+uint64_t file_name_entry::accessed() const { return le64(m_raw.data() + 32); }
+uint64_t file_name_entry::allocated_size() const { return le64(m_raw.data() + 40); }
+uint64_t file_name_entry::real_size() const { return le64(m_raw.data() + 48); }
+uint32_t file_name_entry::flags() const { return le32(m_raw.data() + 56); }
+uint8_t file_name_entry::name_space() const { return m_raw[65]; }
+
+static attrib_view item_view(const attrib_item& item) {
+  return attrib_view(byte_span(item.m_raw_attrib.data(), item.m_raw_attrib.size()));
+}
+uint32_t attrib_item::type() const { return item_view(*this).type(); }
+bool attrib_item::non_resident() const { return item_view(*this).non_resident(); }
+uint16_t attrib_item::flags() const { return item_view(*this).flags(); }
+uint16_t attrib_item::id() const { return item_view(*this).id(); }
+uint32_t attrib_item::value_length() const { return non_resident() ? 0 : item_view(*this).value_length(); }
+uint64_t attrib_item::allocated_size() const { return non_resident() ? item_view(*this).allocated_size() : 0; }
+uint64_t attrib_item::real_size() const { return non_resident() ? item_view(*this).real_size() : 0; }
+uint64_t attrib_item::valid_size() const { return non_resident() ? item_view(*this).initialised_size() : 0; }
+uint64_t attrib_item::compressed_size() const { return non_resident() ? item_view(*this).compressed_size() : 0; }
+uint16_t attrib_item::compression_unit() const { return non_resident() ? item_view(*this).compression_unit() : 0; }
+uint64_t attrib_item::stream_size() const {
+  if (!non_resident()) return value_length();
+  return std::max(real_size(), valid_size());
+}
+
+uint16_t entry_record::header_flags() const { return le16(m_header.data() + FR_FLAGS); }
+uint16_t entry_record::link_count() const { return le16(m_header.data() + FR_LINK_COUNT); }
+
+void entry_record::clear() {
+  // Keeps the capacity of the reused buffers; everything else starts over.
+  std::vector<uint8_t> raw = std::move(m_raw_record);
+  raw.clear();
+  *this = entry_record();
+  m_raw_record = std::move(raw);
+}
+
+std::string make_path_key(uint64_t parent_number, const std::string& name_utf8, uint64_t inode) {
+  std::string key;
+  key.reserve(name_utf8.size() + 20);
+  key += orv::hex_digits(parent_number, 8);
+  key += '_';
+  key += name_utf8;
+  key += '_';
+  key += orv::hex_digits(inode, 8);
+  return key;
+}
+
+// ---- decoding ----------------------------------------------------------------------------------
+
+static bool source_ready(const mft_entries_ctx& ctx) {
+  return ctx.m_mftfile != nullptr || (ctx.m_volume && ctx.m_volume->validated());
+}
+
+static void fill_item(attrib_item& item, const attrib_view& attr, const std::string& label, uint64_t inode) {
+  item = attrib_item();
+  item.m_label = label;
+  item.m_raw_attrib.assign(attr.m_bytes.m_data, attr.m_bytes.m_data + attr.m_bytes.m_size);
+  item.m_inode = inode;
+  if (attr.non_resident()) attribute_run_list(attr.m_bytes.m_data, uint32_t(attr.m_bytes.m_size), item.m_runs);
+}
+
+// A like attribute already stored under the key with the same name takes the new extent's runs;
+// one with another name keeps its place and the new one is dropped.
+static void store_merged(entry_record& entry, attrib_key key, attrib_item&& item) {
+  auto it = entry.m_attribs.find(key);
+  if (it == entry.m_attribs.end()) {
+    entry.m_attribs.emplace(key, std::move(item));
+    return;
+  }
+  if (it->second.m_name == item.m_name) merge_run_lists(it->second.m_runs, item.m_runs);
+}
+
+static void read_zone_stream(entry_record& entry, mft_entries_ctx& ctx, const attrib_item& item) {
+  if (!entry.m_zone_buffer.empty() || item.m_runs.empty() || !ctx.m_volume) return;
+  entry.m_zone_buffer.resize(4096);
+  uint64_t length = entry.m_zone_buffer.size();
+  uint32_t flags = 0x1;  // skip sparse clusters
+  if (!read_stream(*ctx.m_volume, item.m_runs, 0, entry.m_zone_buffer.data(), length, flags))
+    entry.m_zone_buffer.clear();
+  else
+    entry.m_zone_buffer.resize(std::min<uint64_t>(length, std::max<uint64_t>(item.stream_size(), 1)));
+}
+
+static void categorize_data(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, const attrib_view& attr,
+                            const std::wstring& name, bool capture) {
+  attrib_key key = make_attrib_key(AT_DATA, attr.id());
+  attrib_item item;
+  fill_item(item, attr, name.empty() ? "unnamed data" : "ads", inode);
+  item.m_name = name;
+  item.m_is_data = true;
+  item.m_is_ads = !name.empty();
+  bool zone = !name.empty() && ctx.m_include_zoneinfo && name == L"Zone.Identifier";
+  byte_span value = attr.non_resident() ? byte_span() : attr.value();
+
+  if ((zone || capture) && value.m_size) {
+    item.m_value.assign(value.m_data, value.m_data + value.m_size);
+    if (zone) entry.m_zone_buffer = item.m_value;
+    if (capture) entry.m_attribs.emplace(key, item);
+    if (!zone) return;
+  } else {
+    auto it = entry.m_attribs.find(key);
+    if (it != entry.m_attribs.end()) {
+      if (it->second.m_name == item.m_name) merge_run_lists(it->second.m_runs, item.m_runs);
+    } else {
+      auto joined = entry.m_attribs.end();
+      if (name.empty() && entry.m_has_unnamed_data) {
+        // Extents of one unnamed stream may carry different attribute ids: join them.
+        for (auto j = entry.m_attribs.begin(); j != entry.m_attribs.end(); ++j)
+          if ((attrib_key_type(j->first) & 0x80) && j->second.m_label == "unnamed data") { joined = j; break; }
+      }
+      if (joined != entry.m_attribs.end()) merge_run_lists(joined->second.m_runs, item.m_runs);
+      else entry.m_attribs.emplace(key, item);
+    }
+    if (name.empty()) entry.m_has_unnamed_data = true;
+    if (!zone) return;
+  }
+  read_zone_stream(entry, ctx, item);
+  parse_zone_identifier(entry.m_zone_buffer.data(), entry.m_zone_buffer.size(), entry.m_zone_info);
+}
+
+static void categorize_file_name(entry_record& entry, const mft_entries_ctx& ctx, uint64_t inode,
+                                 const attrib_view& attr) {
+  byte_span value = attr.value();
+  if (!value.m_size) return;
+  file_name_entry fn;
+  std::memcpy(fn.m_raw.data(), value.m_data, std::min<size_t>(value.m_size, fn.m_raw.size()));
+  uint8_t name_units = value.u8(64);
+  if (name_units) {
+    byte_span chars = value.sub(66, size_t(name_units) * 2);
+    orv::utf16_to_wide(chars.m_data, int64_t(chars.m_size), fn.m_name);
+  }
+  fn.m_is_dos_name = value.u8(65) == 2;
+  fn.m_attrib_id = attr.id();
+  fn.m_inode = inode;
+  const uint64_t times[4] = {fn.created(), fn.modified(), fn.mft_modified(), fn.accessed()};
+  if (ctx.m_future_limit)
+    for (uint64_t t : times)
+      if (t > ctx.m_future_limit) { fn.m_time_anomaly = true; fn.m_anomaly_text = "future"; }
+  for (uint64_t t : times)
+    if (t == 0) { fn.m_time_anomaly = true; fn.m_anomaly_text = "null"; }
+
+  std::string name_utf8 = orv::to_utf8(fn.m_name);
+  fn.m_key = make_path_key(fn.parent_number(), name_utf8, inode);
+  uint8_t ns = fn.name_space();
+  uint64_t parent = fn.parent_ref();
+  std::string key = fn.m_key;
+  std::wstring name = fn.m_name;
+  entry.m_file_names.emplace(key, std::move(fn));
+  if (ns != 0 && ns % 2 == 0) return;  // a DOS-only name never names a path
+  parent_name pn;
+  pn.m_name = name;
+  pn.m_key = key;
+  entry.m_parent_names.emplace(parent, std::move(pn));
+  entry.m_name_index.emplace(orv::lowered(name), key);
+}
+
+bool categorize_attrib(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, const uint8_t* record,
+                       uint32_t record_length, const uint8_t* attribute, bool& list_seen, bool capture) {
+  if (!record || !record_length || !attribute || attribute < record) return false;
+  uint32_t length = le32(attribute + 4);
+  if (length == 0) return false;
+  int64_t remaining = int64_t(record_length) - int64_t(attribute - record);
+  if (remaining < 8 || int32_t(remaining) < 0) return false;
+  if (uint64_t(attribute - record) + length > record_length) return false;
+
+  attrib_view attr(byte_span(attribute, length));
+  uint32_t type = attr.type();
+  std::wstring name;
+  if (attr.has_name()) orv::utf16_to_wide(attr.m_bytes.at(attr.name_offset()), int64_t(attr.name_length()) * 2, name);
+  byte_span value = attr.non_resident() ? byte_span() : attr.value();
+  attrib_key key = make_attrib_key(type, attr.id());
+  attrib_item item;
+
+  switch (type) {
+    case AT_STANDARD_INFORMATION: {
+      if (!value.m_size) break;
+      si_entry si;
+      std::memcpy(si.m_value.data(), value.m_data, std::min<size_t>(value.m_size, si.m_value.size()));
+      if (!si.created() || !si.modified() || !si.mft_modified() || !si.accessed()) {
+        si.m_time_anomaly = true;
+        si.m_anomaly_text = "null";
+      }
+      entry.m_std_infos.emplace(attr.id(), si);
+      break;
+    }
+    case AT_ATTRIBUTE_LIST:
+      list_seen = true;
+      break;
+    case AT_FILE_NAME:
+      if (!attr.non_resident()) categorize_file_name(entry, ctx, inode, attr);
+      break;
+    case AT_OBJECT_ID: {
+      if (attr.non_resident() || attr.value_offset() == 0 || attr.value_length() < 16) break;
+      oid_entry oid;
+      byte_span ids = attr.m_bytes.sub(attr.value_offset(), oid.m_ids.size());
+      std::memcpy(oid.m_ids.data(), ids.m_data, ids.m_size);
+      oid.m_value_length = attr.value_length();
+      oid.m_guid_text = orv::guid_text(oid.m_ids.data());
+      entry.m_object_ids.emplace(attr.id(), oid);
+      fill_item(item, attr, "obj id", inode);
+      item.m_name = name;
+      item.m_text = oid.m_guid_text;
+      entry.m_attribs.emplace(key, std::move(item));
+      break;
+    }
+    case AT_SECURITY_DESCRIPTOR:
+      fill_item(item, attr, "security descr", inode);
+      item.m_name = name;
+      if (!attr.non_resident()) {
+        if (value.m_size) item.m_value.assign(value.m_data, value.m_data + value.m_size);
+        entry.m_attribs.emplace(key, std::move(item));
+      } else {
+        store_merged(entry, key, std::move(item));
+      }
+      break;
+    case AT_VOLUME_NAME:
+      entry.m_volume_names.emplace(key, name);
+      fill_item(item, attr, "vol name", inode);
+      item.m_name = name;
+      if (!name.empty()) item.m_text = orv::to_utf8(name);
+      else if (value.m_size) orv::utf16_to_utf8(value.m_data, value.m_size, item.m_text);
+      entry.m_attribs.emplace(key, std::move(item));
+      break;
+    case AT_VOLUME_INFORMATION: {
+      if (!value.m_size) break;
+      vol_info_entry info;
+      std::memcpy(info.m_value.data(), value.m_data, std::min<size_t>(value.m_size, info.m_value.size()));
+      info.m_text = volume_version_text(info.m_value[8], info.m_value[9]);
+      entry.m_volume_infos.emplace(key, info);
+      fill_item(item, attr, "vol info", inode);
+      item.m_name = name;
+      item.m_text = info.m_text;
+      entry.m_attribs.emplace(key, std::move(item));
+      break;
+    }
+    case AT_DATA:
+      categorize_data(entry, ctx, inode, attr, name, capture);
+      break;
+    case AT_INDEX_ROOT:
+    case AT_INDEX_ALLOCATION:
+    case AT_BITMAP:
+    case AT_LOGGED_UTILITY_STREAM: {
+      fill_item(item, attr, attrib_kind_label(type, !name.empty()), inode);
+      item.m_name = name;
+      if (type == AT_INDEX_ROOT && value.m_size) {
+        std::array<uint8_t, 16> head{};
+        std::memcpy(head.data(), value.m_data, std::min<size_t>(value.m_size, head.size()));
+        entry.m_index_roots.emplace(name, head);
+      }
+      if (capture && value.m_size) {
+        item.m_value.assign(value.m_data, value.m_data + value.m_size);
+        entry.m_attribs.emplace(key, std::move(item));
+      } else {
+        store_merged(entry, key, std::move(item));
+      }
+      break;
+    }
+    case AT_REPARSE_POINT: {
+      if (attr.non_resident() || attr.value_offset() == 0 || attr.value_length() < 17) break;
+      std::wstring target;
+      if (!reparse_target(value, target)) break;
+      entry.m_reparse_targets.emplace(key, target);
+      fill_item(item, attr, "reparse point", inode);
+      item.m_name = name;
+      item.m_text = orv::to_utf8(target);
+      entry.m_attribs.emplace(key, std::move(item));
+      break;
+    }
+    default: {
+      attrib_key pseudo = make_attrib_key(AT_END, attr.id());
+      fill_item(item, attr, attrib_kind_label(type, !name.empty()), inode);
+      item.m_name = name;
+      if (capture && value.m_size) {
+        item.m_value.assign(value.m_data, value.m_data + value.m_size);
+        entry.m_attribs.emplace(pseudo, std::move(item));
+      } else {
+        store_merged(entry, pseudo, std::move(item));
+      }
+      break;
+    }
+  }
+  return true;
+}
+
+// ---- attribute lists -------------------------------------------------------------------------
+
+// An attribute list entry: type u32 at 0, entry length u16 at 4, name length at 6, name offset at
+// 7, first VCN at 8, reference of the holding record at 16, attribute id u16 at 24, name from 26.
+bool parse_attrib_list(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, const uint8_t* buffer,
+                       uint64_t length, bool capture) {
+  if (!source_ready(ctx) || !buffer || length == 0) return false;
+  int64_t remaining = int64_t(std::min<uint64_t>(length, INT64_MAX));
+  int64_t countdown = remaining;
+  uint64_t pos = 0;
+  std::vector<uint8_t> record;
+  while (remaining >= 1 && countdown >= 1) {
+    if (pos + 26 > length) break;
+    const uint8_t* item = buffer + pos;
+    uint16_t entry_length = le16(item + 4);
+    if (entry_length == 0) break;
+    uint64_t ref = orv::le48(item + 16);
+    if (ref != inode) {
+      log_line(ctx, "primary entry %llu pointing to ref entry %llu", (unsigned long long)inode,
+               (unsigned long long)ref);
+      bool bad = false;
+      if (mft_fixup_read(record, bad, ctx, ref) && !record.empty() && record.size() >= 24 &&
+          std::memcmp(record.data(), "FILE", 4) == 0 && le16(record.data() + FR_FIRST_ATTRIB) != 0) {
+        uint32_t want_type = le32(item), want_id = le16(item + 24);
+        uint64_t handed = ctx.m_follow_ref_inode ? ref : inode;
+        size_t first = le16(record.data() + FR_FIRST_ATTRIB);
+        int64_t size_left = int64_t(record.size());
+        size_t at = first;
+        if (at + 8 <= record.size() && le32(record.data() + at + 4) < record.size()) {
+          while (at + 16 <= record.size()) {
+            uint32_t type = le32(record.data() + at), len = le32(record.data() + at + 4);
+            if (type == want_type && le16(record.data() + at + 14) == want_id) {
+              bool ignored = false;
+              categorize_attrib(entry, ctx, handed, record.data(), uint32_t(record.size()), record.data() + at,
+                                ignored, capture);
+              break;
+            }
+            if (len == 0) break;
+            size_left -= len;
+            at += len;
+            if (size_left <= 0 || at + 4 > record.size() || le32(record.data() + at) == AT_END) break;
+          }
+        }
+      }
+    }
+    remaining -= entry_length;
+    countdown -= entry_length;
+    pos += entry_length;
+  }
+  return true;
+}
+
+// Attribute lists are capped: no real file needs more than this many bytes of list entries, and a
+// lying run list must not make the reader allocate the volume.
+static constexpr uint64_t k_max_attrib_list_bytes = 64ull << 20;
+
+bool read_attrib_list(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, const uint8_t* attribute,
+                      uint32_t attrib_length, bool capture) {
+  if (!source_ready(ctx)) return false;
+  entry.m_has_attrib_list = true;
+  attrib_view attr(byte_span(attribute, attrib_length));
+  if (!attr.non_resident()) {
+    byte_span value = attr.value();
+    if (value.m_size) {
+      log_level(ctx, 2, "inode 0x%08llx : attribute type 0x%04x : has resident attrib list.",
+                (unsigned long long)inode, attr.type());
+      parse_attrib_list(entry, ctx, inode, value.m_data, value.m_size, capture);
+    }
+    return true;
+  }
+  log_line(ctx, "inode 0x%08llx : attribute type 0x%04x : has non resident attrib list.", (unsigned long long)inode,
+           attr.type());
+  entry.m_attrib_list_nonresident = true;
+  if (!ctx.m_volume) return true;  // an extracted $MFT has no clusters to read the list from
+  CNtfs& volume = *ctx.m_volume;
+  data_run_list runs;
+  if (!attribute_run_list(attribute, attrib_length, runs) || runs.empty()) return true;
+  uint64_t cluster = volume.cluster_size();
+  if (cluster == 0) return true;
+  uint64_t total = list_bytes(runs, cluster, false);
+  total = std::min(total, k_max_attrib_list_bytes);
+  std::vector<uint8_t> buffer(total, 0);
+  uint64_t at = 0;
+  for (const run_entry& run : runs) {
+    for (uint32_t i = 0; i < run.m_count && at + cluster <= total; ++i, at += cluster) {
+      if (run.m_is_sparse) continue;
+      if (!volume.read_clusters(run.m_lcn + i, buffer.data() + at, cluster)) {
+        at += uint64_t(run.m_count - i) * cluster;
+        break;
+      }
+    }
+    if (at >= total) break;
+  }
+  parse_attrib_list(entry, ctx, inode, buffer.data(), buffer.size(), capture);
+  return true;
+}
+
+// ---- whole records ---------------------------------------------------------------------------
+
+bool read_entry(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, bool capture) {
+  entry.clear();
+  if (!source_ready(ctx)) return false;
+  std::vector<uint8_t> record;
+  bool bad = false;
+  if (!mft_fixup_read(record, bad, ctx, inode) || record.empty()) {
+    log_line(ctx, "err: mftfixup %llx", (unsigned long long)inode);
+    return false;
+  }
+  if (bad) {
+    log_line(ctx, "err: recd bad %llx", (unsigned long long)inode);
+    return false;
+  }
+  entry.m_raw_record = record;
+  entry.m_inode = inode;
+  std::memcpy(entry.m_header.data(), record.data(), std::min(record.size(), entry.m_header.size()));
+  entry.m_seq_num = le16(entry.m_header.data() + FR_SEQUENCE);
+  uint64_t base = le64(entry.m_header.data() + FR_BASE_REF);
+  if (base) {
+    entry.m_is_extension = true;
+    entry.m_base_ref = base;
+  }
+  uint16_t first = le16(entry.m_header.data() + FR_FIRST_ATTRIB);
+  entry.m_first_attrib_offset = first;
+  if (first == 0) return true;
+
+  std::vector<size_t> lists;
+  attrib_walk_rules rules;
+  rules.m_limit = ctx.record_size();
+  const uint8_t* rec = entry.m_raw_record.data();
+  uint32_t rec_len = uint32_t(entry.m_raw_record.size());
+  walk_attributes(rec, rec_len, first, rules, [&](const uint8_t* attr, uint32_t, size_t pos) {
+    bool list_seen = false;
+    if (!categorize_attrib(entry, ctx, inode, rec, rec_len, attr, list_seen, capture)) return false;
+    if (list_seen) lists.push_back(pos);
+    return true;
+  });
+  for (size_t pos : lists)
+    read_attrib_list(entry, ctx, inode, rec + pos, std::min<uint32_t>(le32(rec + pos + 4), rec_len - uint32_t(pos)),
+                     capture);
+  return true;
+}
+
+uint64_t mft_record_count(mft_entries_ctx& ctx) {
+  entry_record entry;
+  if (!read_entry(entry, ctx, 0, false)) return 0;
+  for (const auto& kv : entry.m_attribs) {
+    if (attrib_key_type(kv.first) != AT_DATA) continue;
+    uint64_t bytes = kv.second.non_resident() ? kv.second.allocated_size() : kv.second.value_length();
+    return bytes / ctx.record_size();
+  }
+  return 0;
+}

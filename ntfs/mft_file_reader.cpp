@@ -20,17 +20,27 @@ bool mft_file_reader::open(const std::wstring& path) {
 bool mft_file_reader::read(std::vector<uint8_t>& out, uint64_t length, uint64_t offset) {
   if (offset >= m_size || length == 0) return false;
   uint64_t want = std::min(length, m_size - offset);
-  bool inside = offset >= m_window_start && offset - m_window_start + want <= m_window.size();
+  uint64_t window_end = m_window_start + m_window.size();
+  bool inside = offset >= m_window_start && offset + want <= window_end;
   if (!inside) {
+    // Only a walk that goes on where it left off refills the window; a lookup elsewhere (a parent
+    // directory, an extension record) is read on its own and leaves the window in place.
+    bool sequential = m_window.empty() || offset == window_end || offset == m_last_end;
+    if (!sequential) {
+      out.resize(want);
+      out.resize(m_file.read_into(out.data(), want, offset));
+      m_last_end = offset + out.size();
+      return !out.empty();
+    }
     uint64_t span = std::min(std::max(want, k_window_bytes), m_size - offset);
     m_window.resize(span);
-    uint64_t got = m_file.read_into(m_window.data(), span, offset);
-    m_window.resize(got);
+    m_window.resize(m_file.read_into(m_window.data(), span, offset));
     m_window_start = offset;
-    if (got == 0) return false;
+    if (m_window.empty()) return false;
   }
   uint64_t from = offset - m_window_start;
   uint64_t avail = std::min<uint64_t>(want, m_window.size() - from);
   out.assign(m_window.begin() + long(from), m_window.begin() + long(from + avail));
+  m_last_end = offset + out.size();
   return !out.empty();
 }

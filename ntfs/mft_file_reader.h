@@ -19,4 +19,5 @@ class mft_file_reader {
   uint64_t m_size = 0;
   std::vector<uint8_t> m_window;
   uint64_t m_window_start = 0;
+  uint64_t m_last_end = 0;
 };

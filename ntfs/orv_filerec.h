@@ -1,6 +1,7 @@
 #pragma once
 // Fetching one file record and applying its multi-sector fixups. Fixups are never verified: a
 // torn sector is overwritten with the array's word and decoding goes on.
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 

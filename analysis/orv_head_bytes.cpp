@@ -1,0 +1,33 @@
+#include "analysis/orv_head_bytes.h"
+
+#include <algorithm>
+
+#include "analysis/entry_record.h"
+#include "ntfs/ntfs.h"
+#include "ntfs/orv_attrib.h"
+#include "run/mft_entries_ctx.h"
+
+void read_head_bytes(entry_record& entry, mft_entries_ctx& ctx) {
+  uint64_t want = ctx.m_header_size, offset = ctx.m_header_offset;
+  for (auto& kv : entry.m_attribs) {
+    attrib_item& item = kv.second;
+    if (!item.m_is_data || !item.m_name.empty()) continue;
+    item.m_head.clear();
+    if (!item.non_resident()) {
+      attrib_view attr(orv::byte_span(item.m_raw_attrib.data(), item.m_raw_attrib.size()));
+      orv::byte_span value = attr.value();
+      if (offset < value.m_size) {
+        orv::byte_span head = value.sub(size_t(offset), size_t(std::min<uint64_t>(want, value.m_size - offset)));
+        item.m_head.assign(head.m_data, head.m_data + head.m_size);
+      }
+      continue;
+    }
+    uint64_t size = item.stream_size();
+    if (!ctx.m_volume || item.m_runs.empty() || offset >= size) continue;
+    uint64_t length = std::min(want, size - offset);
+    item.m_head.resize(length);
+    uint32_t flags = 0;
+    if (!read_stream(*ctx.m_volume, item.m_runs, offset, item.m_head.data(), length, flags)) item.m_head.clear();
+    else item.m_head.resize(std::min<uint64_t>(length, item.m_head.size()));
+  }
+}
