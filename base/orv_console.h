@@ -27,4 +27,7 @@ void print_message(const char* format, ...) __attribute__((format(printf, 1, 2))
 void log_line(const diag_sink& sink, const char* format, ...) __attribute__((format(printf, 2, 3)));
 // Written only when the level of the log is at least `level`.
 void log_level(const diag_sink& sink, uint32_t level, const char* format, ...) __attribute__((format(printf, 3, 4)));
+// A ready text, with an optional prefix (written with " : " behind it) and suffix (after ": ").
+void log_text(const diag_sink& sink, const std::string& text, const std::string& prefix = "",
+              const std::string& suffix = "");
 inline bool log_enabled(const diag_sink& sink) { return sink.m_diags_on && sink.m_diags_stream; }
