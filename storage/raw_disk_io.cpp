@@ -29,6 +29,7 @@ constexpr uint32_t DISK_LETTER_COUNT = 20;
 
 }  // namespace
 
+RAW_DISK_IO::RAW_DISK_IO() = default;
 RAW_DISK_IO::~RAW_DISK_IO() { close(); }
 
 void RAW_DISK_IO::close() {

@@ -11,7 +11,9 @@ enum raw_kind : uint32_t { RAW_KIND_FILE = 0, RAW_KIND_DISK = 3, RAW_KIND_VMDK =
 
 class RAW_DISK_IO {
  public:
-  RAW_DISK_IO() = default;
+  // Out of line: the VMDK reader is an incomplete type here, and an inline constructor would need
+  // its destructor in every file that builds a RAW_DISK_IO.
+  RAW_DISK_IO();
   virtual ~RAW_DISK_IO();
   RAW_DISK_IO(const RAW_DISK_IO&) = delete;
   RAW_DISK_IO& operator=(const RAW_DISK_IO&) = delete;
