@@ -1,9 +1,13 @@
 #pragma once
 // Helpers shared by the test programs: temporary directories, running the real binary, and
 // file records built in memory.
+#include <csignal>
 #include <cstdint>
 #include <string>
 #include <vector>
+
+// <csignal> defines a macro named like the record helper below; take it in first and drop it.
+#undef si_value
 
 namespace testutil {
 
