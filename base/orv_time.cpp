@@ -24,8 +24,6 @@ constexpr bool is_leap(int64_t year) { return (year % 4 == 0 && year % 100 != 0)
 constexpr int64_t leap_days_through(int64_t year) { return year / 4 - year / 100 + year / 400 - 388; }
 constexpr int64_t days_before_year(int64_t year) { return (year - 1601) * 365 + leap_days_through(year - 1); }
 
-constexpr uint64_t k_seconds_365 = 31536000;
-constexpr uint64_t k_ticks_365 = k_seconds_365 * FILETIME_TICKS_PER_SECOND;  // 315360000000000
 constexpr uint64_t k_first_displayable = uint64_t(days_before_year(1900)) * FILETIME_TICKS_PER_DAY;
 constexpr uint64_t k_past_displayable = uint64_t(days_before_year(3001)) * FILETIME_TICKS_PER_DAY;
 
@@ -33,33 +31,28 @@ constexpr uint64_t k_past_displayable = uint64_t(days_before_year(3001)) * FILET
 
 bool filetime_to_systemtime(uint64_t v, _windows_systemtime& out) {
   if (v >> 63) return false;
-  // Guess the year from 365-day years, then step back over the leap days that guess ignored.
-  int64_t y = int64_t(v / k_ticks_365);
-  int64_t year = y + 1600;
-  int64_t secs = int64_t(v / FILETIME_TICKS_PER_SECOND) - y * int64_t(k_seconds_365) - leap_days_through(year) * 86400;
-  if (secs >= 0) {
-    year = y + 1601;
-  } else {
-    for (;;) {
-      secs += is_leap(year) ? 31622400 : 31536000;
-      if (secs >= 0) break;
-      --year;  // only far past any displayable year does the guess overshoot by more than one year
-    }
-  }
-  const uint16_t* table = k_month_start[is_leap(year) ? 1 : 0];
-  int64_t day_of_year = secs / 86400;
-  int64_t rest = secs % 86400;
-  int month = 1;
-  while (month < 12 && day_of_year >= table[month]) ++month;
+  const uint64_t secs = v / FILETIME_TICKS_PER_SECOND;
+  const uint64_t fraction = v - secs * FILETIME_TICKS_PER_SECOND;
+  const uint32_t days = uint32_t(secs / 86400);  // below 2^24 for any value with the top bit clear
+  const uint32_t rest = uint32_t(secs - uint64_t(days) * 86400);
 
-  out.m_year = uint16_t(year);
+  // Civil date from a day count. Counting from 1600-03-01 puts the leap day at the end of each
+  // year and makes 1600 the start of a 400-year cycle of 146097 days; 1601-01-01 is day 306.
+  const uint32_t z = days + 306;
+  const uint32_t era = z / 146097;
+  const uint32_t doe = z - era * 146097;                                     // day of the cycle
+  const uint32_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;  // year of the cycle
+  const uint32_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);              // day of the March year
+  const uint32_t mp = (5 * doy + 2) / 153;                                   // month, March = 0
+  const uint32_t month = mp < 10 ? mp + 3 : mp - 9;
+
+  out.m_year = uint16_t(1600 + era * 400 + yoe + (month <= 2 ? 1 : 0));
   out.m_month = uint16_t(month);
-  out.m_day = uint16_t(day_of_year - table[month - 1] + 1);
+  out.m_day = uint16_t(doy - (153 * mp + 2) / 5 + 1);
   out.m_hour = uint16_t(rest / 3600);
   out.m_minute = uint16_t((rest / 60) % 60);
   out.m_second = uint16_t(rest % 60);
-  out.m_day_of_week = uint16_t((v / FILETIME_TICKS_PER_DAY + 1) % 7);  // 1601-01-01 was a Monday
-  const uint64_t fraction = v % FILETIME_TICKS_PER_SECOND;
+  out.m_day_of_week = uint16_t((days + 1) % 7);  // 1601-01-01 was a Monday
   out.m_milliseconds = uint16_t(fraction / 10000);
   out.m_microseconds = fraction / 10;
   out.m_nanoseconds = fraction * 100;

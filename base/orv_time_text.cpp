@@ -16,6 +16,19 @@ const char* month_name(unsigned month) { return (month >= 1 && month <= 12) ? k_
 
 // Decimal, zero-filled to `width`; a longer number is written in full.
 inline char* put_number(char* p, uint64_t v, unsigned width) {
+  if (width <= 10 && v < 4000000000u) {
+    // The usual case: the number fits its width; fill from the right in 32-bit arithmetic.
+    uint32_t w = uint32_t(v);
+    uint32_t limit = 1;
+    for (unsigned i = 0; i < width; ++i) limit *= 10;
+    if (width == 10 || w < limit) {
+      for (unsigned i = width; i-- > 0;) {
+        p[i] = char('0' + w % 10);
+        w /= 10;
+      }
+      return p + width;
+    }
+  }
   char digits[20];
   unsigned n = 0;
   do {
@@ -35,6 +48,11 @@ inline char* put2(char* p, unsigned v) {
   p[0] = char('0' + v / 10);
   p[1] = char('0' + v % 10);
   return p + 2;
+}
+
+// A year is four digits in every displayable case, even under a two-digit pattern.
+inline char* put_year(char* p, unsigned year, unsigned width) {
+  return put_number(p, year, (year > 999 && year < 10000) ? 4 : width);
 }
 
 inline char* put_month_name(char* p, unsigned month) {
@@ -70,15 +88,15 @@ void append_date(std::string& out, const _windows_systemtime& u, const time_form
     *p++ = sep;
     p = put2(p, u.m_day);
     *p++ = sep;
-    p = put_number(p, u.m_year, year_width);
+    p = put_year(p, u.m_year, year_width);
   } else if (f & 0x20) {  // day month year
     p = put2(p, u.m_day);
     *p++ = sep;
     p = by_name ? put_month_name(p, u.m_month) : put2(p, u.m_month);
     *p++ = sep;
-    p = put_number(p, u.m_year, year_width);
+    p = put_year(p, u.m_year, year_width);
   } else if ((f & 0x80) && !by_name) {  // year month day; with a month name the date stays empty
-    p = put_number(p, u.m_year, year_width);
+    p = put_year(p, u.m_year, year_width);
     *p++ = sep;
     p = put2(p, u.m_month);
     *p++ = sep;
