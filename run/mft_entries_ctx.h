@@ -13,6 +13,7 @@
 
 class CNtfs;
 class mft_file_reader;
+struct default_writer_state;
 
 class mft_entries_ctx : public cmd_params {
  public:
@@ -118,6 +119,8 @@ class mft_entries_ctx : public cmd_params {
   uint8_t m_source_open = 0;
   uint8_t m_unalloc_pass = 0;
   dir_store_map m_dir_store;
+  // Columns and header state of the default rows, built by the first record that reaches them.
+  std::shared_ptr<default_writer_state> m_default_writer;
 
   uint32_t record_size() const { return m_record_size ? m_record_size : 1024; }
 };
@@ -127,3 +130,12 @@ class mft_entries_ctx : public cmd_params {
 int parse_walk_options(mft_entries_ctx& ctx, const std::vector<std::string>& arguments,
                        const std::string& version_text, const std::string& second_text,
                        const std::string& source_type);
+
+// Step 13 of the parse: takes the source options off the wide list and checks the volume.
+// 0 go on, -1 refused (reason printed), -3 no source named.
+int choose_source(mft_entries_ctx& ctx, std::vector<std::wstring>& list);
+// Interim -vmdk hooks until the chain reader exists: each file must open and carry the sparse
+// extent magic; the opener cannot read a chain yet and reports the first file as not openable.
+bool check_vmdk_files(const std::vector<std::wstring>& list, std::ostringstream& messages,
+                      std::vector<std::wstring>& suggested);
+bool open_vmdk_files(RAW_DISK_IO& disk, const std::vector<std::wstring>& list);
