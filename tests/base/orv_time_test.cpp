@@ -167,8 +167,6 @@ TEST(Time, DosForm) {
   EXPECT_EQ(u.m_dos_time, (23 << 11) | (59 << 5) | 29);
   EXPECT_EQ(orv::time(ft(1979, 12, 31), type_filetime).m_dos_date, 0);
   EXPECT_EQ(orv::time(ft(2038, 1, 1), type_filetime).m_dos_date, 0);
-  EXPECT_EQ(u.m_local_tm.tm_year, 137);
-  EXPECT_EQ(u.m_local_tm.tm_yday, 364);
 }
 
 TEST(TimeText, ParsePatterns) {
@@ -179,9 +177,6 @@ TEST(TimeText, ParsePatterns) {
   EXPECT_EQ(s.m_date_flags, 0x02 | 0x04 | 0x80);
   EXPECT_EQ(s.fraction_digits(), 3u);
   EXPECT_FALSE(s.pair());
-  EXPECT_EQ(s.m_base_year, 1900);
-  EXPECT_EQ(s.m_constant_a, 40);
-  EXPECT_EQ(s.m_constant_b, 10);
 
   parse_time_format(s, "mmm dd, yyyy", "hh:mm:ss.xxxxxxxxxxxx", true);
   EXPECT_EQ(s.m_date_separator, ' ');
@@ -218,7 +213,6 @@ TEST(TimeText, FormatByState) {
   EXPECT_EQ(render(v, "mm/dd/yy", "hh:mm:ss").date, "01/05/2023");  // full year even for "yy"
   EXPECT_EQ(render(v, "mm/dd/yy", "hh:mm:ss").time, "06:07:08");
   EXPECT_EQ(render(v, "dd-mmm-yyyy", "").date, "05-Jan-2023");
-  EXPECT_EQ(render(v, "mmm dd yyyy", "").date, "Jan 05 2023");
   EXPECT_EQ(render(v, "dd/mm/yyyy", "").date, "05/01/2023");
   EXPECT_EQ(render(v, "yyyy/mmm/dd", "").date, "");  // year-month-day with a name: empty by rule
   EXPECT_EQ(render(v, "yyyy/dd/mm", "").date, "");    // no order flag

@@ -4,9 +4,7 @@
 
 #include <cstdlib>
 #include <string>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace {
@@ -87,16 +85,6 @@ TEST(FileIo, OpenRefusals) {
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
   EXPECT_FALSE(f.open(fifo));  // refused, and the open does not wait for a writer
   EXPECT_FALSE(f.open(fifo, true));
-
-  const std::string sock_path = dir.m_path + "/sock";
-  int s = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  ASSERT_GE(s, 0);
-  sockaddr_un addr{};
-  addr.sun_family = AF_UNIX;
-  std::snprintf(addr.sun_path, sizeof addr.sun_path, "%s", sock_path.c_str());
-  ASSERT_EQ(::bind(s, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
-  EXPECT_FALSE(f.open(sock_path));
-  ::close(s);
 
   // A directory opens; its reads give nothing.
   ASSERT_TRUE(f.open(dir.m_path));
