@@ -78,6 +78,9 @@ class CNtfs {
   bool read_record_raw(uint64_t inode, std::vector<uint8_t>& out);
   // Reads and fixes up one record with the volume's own reader; only "FILE" and "INDX" pass.
   bool read_record(uint64_t inode, std::vector<uint8_t>& out);
+  // Summary of record `inode`, already read and fixed up in `record`, extents from its attribute
+  // list included. False when a run list in it fails to decode; what was gathered stays in `out`.
+  bool read_inode_stats(uint64_t inode, const std::vector<uint8_t>& record, INODE_STATS& out);
   data_run_list get_mft_inode_bitmap_runlist() const;
   data_run_list get_bitmap_inode_runlist() const;
   INODE_STATS get_mft_inode_stats() const;

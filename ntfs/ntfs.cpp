@@ -1,0 +1,495 @@
+// One NTFS volume on a raw source: the boot sector, the geometry derived from it, the $MFT run
+// list taken from record 0 (with its attribute list), and record reads through that list.
+#include "ntfs/ntfs.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/orv_le.h"
+#include "base/orv_string.h"
+#include "ntfs/orv_attrib.h"
+#include "ntfs/orv_filerec.h"
+
+using orv::le16;
+using orv::le32;
+using orv::le64;
+
+namespace {
+
+// NTFS writes records of 1 KiB or 4 KiB. A size field beyond 64 KiB is damage, and honouring it
+// would mean allocating up to 2 GiB for a single record.
+constexpr uint32_t MAX_RECORD_SIZE = 65536;
+// Read-ahead window for record reads: this many bytes of consecutive records per system call.
+constexpr uint64_t WINDOW_BYTES = 1 << 20;
+// An attribute list holds some 32 bytes per extent; 16 MiB is far beyond any real one, and bounds
+// what a lying run list of the list can make us allocate.
+constexpr uint64_t MAX_ATTRIB_LIST = 16u << 20;
+
+// Reads exactly `length` bytes; RAW_DISK_IO takes 32-bit lengths, so long reads go in pieces.
+bool read_exact(RAW_DISK_IO* disk, uint64_t offset, uint8_t* buffer, uint64_t length) {
+  if (!disk || !buffer) return false;
+  while (length > 0) {
+    uint32_t piece = uint32_t(std::min<uint64_t>(length, 1u << 30));
+    uint32_t got = piece;
+    if (!disk->read(buffer, got, offset) || got != piece) return false;
+    buffer += piece;
+    offset += piece;
+    length -= piece;
+  }
+  return true;
+}
+
+// Byte `byte` of the MFT as a position inside the volume, found through the $MFT data runs by
+// their cumulated cluster counts; `left` is what the same run holds from there on. False past the
+// last run, in a hole (no clusters to read), or when the arithmetic would wrap.
+bool mft_locate(const data_run_list& runs, uint64_t cluster_size, uint64_t byte, uint64_t& pos, uint64_t& left) {
+  if (cluster_size == 0) return false;
+  uint64_t vcn = byte / cluster_size;
+  uint64_t first = 0;
+  for (const run_entry& r : runs) {
+    if (vcn >= first && vcn - first < r.m_count) {
+      if (r.m_is_sparse) return false;
+      uint64_t cluster = r.m_lcn + (vcn - first);
+      if (cluster < r.m_lcn || cluster > UINT64_MAX / cluster_size) return false;
+      pos = cluster * cluster_size + (byte - vcn * cluster_size);
+      left = (first + r.m_count - vcn) * cluster_size - (byte - vcn * cluster_size);
+      return true;
+    }
+    first += r.m_count;
+  }
+  return false;
+}
+
+// The volume's own record reader after the read: "FILE" (array at 48) and "INDX" (array where
+// offset 4 says) pass and get their fixups over as many sectors as the buffer holds; anything
+// else is refused. Returns 1 for "FILE", 2 for "INDX", 0 refused.
+int own_fixup(uint8_t* buf, size_t length, uint32_t sector_size) {
+  int kind = 0;
+  uint32_t array_offset = 0;
+  if (is_valid_filerec(buf, length)) {
+    kind = 1;
+    array_offset = 48;
+  } else if (length >= 8 && std::memcmp(buf, "INDX", 4) == 0) {
+    kind = 2;
+    array_offset = le16(buf + 4);
+  } else {
+    return 0;
+  }
+  uint16_t count = le16(buf + 6);
+  if (count >= 2) apply_fixups(buf, length, array_offset, count, sector_size);
+  return kind;
+}
+
+[[noreturn]] void unvalidated_use() {
+  std::fprintf(stderr, "assertion failed: m_Validated (ntfs)\n");
+  std::abort();
+}
+
+}  // namespace
+
+uint16_t NTFS_BOOT::bytes_per_sector() const { return le16(m_bytes + 11); }
+uint8_t NTFS_BOOT::sectors_per_cluster() const { return m_bytes[13]; }
+uint64_t NTFS_BOOT::total_sectors() const { return le64(m_bytes + 40); }
+uint64_t NTFS_BOOT::mft_lcn() const { return le64(m_bytes + 48); }
+int8_t NTFS_BOOT::clusters_per_record() const { return int8_t(m_bytes[64]); }
+bool NTFS_BOOT::oem_ok() const { return std::memcmp(m_bytes + 3, "NTFS    ", 8) == 0; }
+
+CNtfs::CNtfs(std::unique_ptr<RAW_DISK_IO> disk, uint64_t volume_offset)
+    : m_disk(std::move(disk)), m_volume_offset(volume_offset) {}
+
+CNtfs::~CNtfs() = default;
+
+uint32_t CNtfs::sector_size() const {
+  uint16_t bps = m_boot.bytes_per_sector();
+  return bps ? bps : 512;
+}
+
+// ---- attribute summary (INODE_STATS) ----
+
+namespace {
+
+// The attribute walk of the summary: the common walk bounded by the record stride, and stopped
+// as well by an attribute that would run past the buffer.
+template <class Visit>
+void walk_stats(const uint8_t* record, size_t length, uint32_t stride, Visit visit) {
+  if (!record || length < 24) return;
+  attrib_walk_rules rules;
+  rules.m_limit = stride;
+  walk_attributes(record, length, le16(record + 20), rules, [&](const uint8_t* a, uint32_t alen, size_t pos) {
+    return alen <= length - pos && visit(a, alen);
+  });
+}
+
+std::string attribute_name(orv::byte_span attr) {
+  uint8_t chars = attr.u8(9);
+  uint16_t off = attr.u16(10);
+  std::string name;
+  if (chars && off && attr.has(off, size_t(chars) * 2)) orv::utf16_to_utf8(attr.at(off), size_t(chars) * 2, name);
+  return name;
+}
+
+// Run list of a non-resident attribute by the counted decoder: replaces `list`, or merges into it
+// for an extent read from an extension record. Attributes without run bytes and without an
+// initialised size are left alone. False when run bytes are expected and none decode.
+bool stats_runs(orv::byte_span attr, data_run_list& list, bool merge) {
+  uint16_t runs_off = attr.u16(32);
+  if (attr.u64(56) == 0 && attr.m_size <= runs_off) return true;
+  size_t avail = runs_off < attr.m_size ? attr.m_size - runs_off : 0;
+  data_run_list decoded;
+  if (!decode_run_bytes(attr.at(runs_off), avail, attr.u64(16), decoded, true)) return false;
+  if (merge)
+    merge_run_lists(list, decoded);
+  else
+    list = std::move(decoded);
+  return true;
+}
+
+// One attribute into the summary. Only the unnamed data stream counts as the data of the file.
+bool stats_attribute(const uint8_t* a, uint32_t alen, INODE_STATS& st, bool merge) {
+  orv::byte_span attr(a, alen);
+  uint32_t type = attr.u32(0);
+  bool nonres = attr.u8(8) != 0;
+  switch (type) {
+    case 0x10:
+      // The owner SID needs the $Secure map of the volume; it is filled in where that map lives.
+      break;
+    case 0x30: {
+      if (nonres) break;
+      if (attr.u8(9)) {
+        st.m_name = attribute_name(attr);
+        st.m_wname = orv::to_wide(st.m_name);
+        break;
+      }
+      orv::byte_span value = attr.sub(attr.u16(20), attr.u32(16));
+      std::memset(st.m_file_name_raw, 0, sizeof st.m_file_name_raw);
+      std::memcpy(st.m_file_name_raw, value.m_data, std::min<size_t>(value.m_size, 68));
+      size_t bytes = size_t(value.u8(64)) * 2;
+      orv::byte_span name = value.sub(66, bytes);
+      st.m_wname.clear();
+      st.m_name.clear();
+      orv::utf16_to_wide(name.m_data, int64_t(name.m_size), st.m_wname);
+      st.m_name = orv::to_utf8(st.m_wname);
+      st.m_size = value.u64(48);
+      break;
+    }
+    case 0x80:
+      if (attr.u8(9)) break;
+      if (!nonres) {
+        if (!st.m_size) st.m_size = attr.u32(16);
+        break;
+      }
+      if (!stats_runs(attr, st.m_data_runs, merge)) return false;
+      st.m_has_data_runs = !st.m_data_runs.empty();
+      if (!st.m_size) st.m_size = attr.u64(48);
+      break;
+    case 0xA0: {
+      if (!nonres) break;
+      data_run_list runs;
+      if (!stats_runs(attr, runs, false)) return false;
+      st.m_index_alloc_runs.push_back(std::move(runs));
+      st.m_index_alloc_names.push_back(attribute_name(attr));
+      break;
+    }
+    case 0xB0:
+      if (attr.u8(9)) break;
+      if (!nonres) {
+        if (!st.m_bitmap_size) st.m_bitmap_size = attr.u32(16);
+        break;
+      }
+      if (!stats_runs(attr, st.m_bitmap_runs, merge)) return false;
+      if (!st.m_bitmap_size) st.m_bitmap_size = attr.u64(48);
+      break;
+    default:
+      break;
+  }
+  return true;
+}
+
+// Walks the attribute list of record `inode`: every entry that points to another record pulls the
+// one attribute of that type and id from it. The extension must be in use by the same file: its
+// sequence number must equal the one in the reference, so a reused record never adds extents.
+void stats_attribute_list(CNtfs& vol, uint64_t inode, const uint8_t* list, size_t length, INODE_STATS& st) {
+  std::vector<uint8_t> ext;
+  uint64_t ext_inode = UINT64_MAX;
+  bool ext_ok = false;
+  size_t pos = 0;
+  while (length - pos >= 26) {
+    const uint8_t* e = list + pos;
+    uint16_t elen = le16(e + 4);
+    if (elen == 0 || elen > length - pos) break;
+    uint64_t ref = orv::le48(e + 16);
+    if (ref != inode) {
+      if (ref != ext_inode) {  // consecutive entries usually name the same extension: read it once
+        ext_inode = ref;
+        ext_ok = vol.read_record(ref, ext) && std::memcmp(ext.data(), "FILE", 4) == 0 &&
+                 le16(ext.data() + 16) == le16(e + 22);
+      }
+      if (ext_ok) {
+        uint32_t want_type = le32(e), want_id = le16(e + 24);
+        walk_stats(ext.data(), ext.size(), vol.m_filerec_size, [&](const uint8_t* a, uint32_t alen) {
+          if (le32(a) != want_type || alen < 16 || le16(a + 14) != want_id) return true;
+          stats_attribute(a, alen, st, true);
+          return false;
+        });
+      }
+    }
+    pos += elen;
+  }
+}
+
+// Reads the whole value of a non-resident attribute list, cluster by cluster. The buffer has
+// the size of the clusters of its runs, bounded: zeros behind a short read end the list walk.
+std::vector<uint8_t> read_list_clusters(CNtfs& vol, orv::byte_span attr) {
+  std::vector<uint8_t> out;
+  data_run_list runs;
+  uint16_t runs_off = attr.u16(32);
+  size_t avail = runs_off < attr.m_size ? attr.m_size - runs_off : 0;
+  uint64_t cs = vol.cluster_size();
+  if (!cs || !decode_run_bytes(attr.at(runs_off), avail, 0, runs, true)) return out;
+  uint64_t total = std::min(list_bytes(runs, cs, false), MAX_ATTRIB_LIST);
+  total -= total % cs;
+  out.assign(total, 0);
+  uint64_t done = 0;
+  for (const run_entry& r : runs) {
+    for (uint64_t c = 0; c < r.m_count && done < total; ++c, done += cs) {
+      if (r.m_is_sparse || !vol.read_clusters(r.m_lcn + c, out.data() + done, cs)) {
+        done += (r.m_count - c) * cs;  // a failed read gives up on the rest of this run
+        break;
+      }
+    }
+    if (done >= total) break;
+  }
+  return out;
+}
+
+}  // namespace
+
+bool CNtfs::read_inode_stats(uint64_t inode, const std::vector<uint8_t>& record, INODE_STATS& st) {
+  st = INODE_STATS();
+  const uint8_t* list_attr = nullptr;
+  uint32_t list_len = 0;
+  bool ok = true;
+  walk_stats(record.data(), record.size(), m_filerec_size, [&](const uint8_t* a, uint32_t alen) {
+    if (le32(a) == 0x20 && !list_attr) {
+      list_attr = a;
+      list_len = alen;
+    }
+    ok = stats_attribute(a, alen, st, false);
+    return ok;
+  });
+  if (!list_attr || !(st.m_has_data_runs || inode == 0)) return ok;
+  orv::byte_span attr(list_attr, list_len);
+  if (attr.u8(8) == 0) {
+    orv::byte_span value = attr.sub(attr.u16(20), attr.u32(16));
+    stats_attribute_list(*this, inode, value.m_data, value.m_size, st);
+  } else {
+    std::vector<uint8_t> value = read_list_clusters(*this, attr);
+    stats_attribute_list(*this, inode, value.data(), value.size(), st);
+  }
+  return ok;
+}
+
+// ---- validation ----
+
+bool CNtfs::volume_open(uint64_t* mft_pos) {
+  if (!m_disk) {
+    m_Validated = false;
+    return false;
+  }
+  if (m_Validated) {
+    if (mft_pos) *mft_pos = m_mft_file_pos;
+    return true;
+  }
+  if (!read_exact(m_disk.get(), m_volume_offset, m_boot.m_bytes, sizeof m_boot.m_bytes)) return false;
+  if (!m_boot.oem_ok()) return false;
+
+  uint32_t spc = m_boot.sectors_per_cluster();
+  m_cluster_size = int32_t(uint32_t(m_boot.bytes_per_sector()) * spc);  // at most 65535 x 255
+  if (m_cluster_size <= 0) return false;  // nothing on such a volume can be located
+  int8_t per_record = m_boot.clusters_per_record();
+  if (per_record < 0) {
+    // Negative: the record size is 2^-v bytes, whatever the cluster size.
+    m_mft_record_size = uint32_t(1) << ((256 - uint8_t(per_record)) % 32);
+    m_mft_cluster_per_record_fixed = int32_t(m_mft_record_size / uint32_t(m_cluster_size));
+  } else {
+    m_mft_record_size = uint32_t(m_cluster_size) * uint32_t(per_record);
+    m_mft_cluster_per_record_fixed = per_record;
+  }
+  if (m_mft_record_size == 0) m_mft_record_size = 1024;
+  if (m_mft_record_size > MAX_RECORD_SIZE) return false;
+  m_total_clusters = spc ? m_boot.total_sectors() / spc : 0;
+  if (m_boot.mft_lcn() > (UINT64_MAX - m_volume_offset) / uint64_t(m_cluster_size) - 1) return false;
+  m_mft_file_pos = uint64_t(m_cluster_size) * m_boot.mft_lcn();
+  m_sectors_per_cluster = spc;
+
+  std::vector<uint8_t> rec(m_mft_record_size);
+  if (!read_exact(m_disk.get(), m_volume_offset + m_mft_file_pos, rec.data(), rec.size())) return false;
+  if (own_fixup(rec.data(), rec.size(), sector_size()) == 0) return false;
+  if (is_valid_filerec(rec.data(), rec.size())) {
+    // The record knows its own size: (count - 1) sectors of 512. A boot sector that claims less
+    // (count 9 with 1024) is overruled and record 0 read again at the larger size.
+    uint16_t count = le16(rec.data() + 6);
+    uint32_t own = count ? uint32_t(count - 1) * 512 : 0;
+    if (own > m_mft_record_size) {
+      m_mft_record_size = own;
+      rec.assign(own, 0);
+      if (!read_exact(m_disk.get(), m_volume_offset + m_mft_file_pos, rec.data(), rec.size())) return false;
+      if (own_fixup(rec.data(), rec.size(), sector_size()) != 1) return false;
+    }
+  }
+  // The allocated size at offset 28 is the stride of records inside the MFT. A value that cannot
+  // be a record size falls back to the record size itself.
+  m_filerec_size = le32(rec.data() + 28);
+  if (m_filerec_size < 256 || m_filerec_size > MAX_RECORD_SIZE) m_filerec_size = m_mft_record_size;
+  m_first_record = rec;
+
+  read_inode_stats(0, m_first_record, m_mft_info);
+  uint64_t clusters = 0;
+  for (const run_entry& r : m_mft_info.m_data_runs) clusters += r.m_count;
+  m_Validated = true;
+  uint64_t cs = uint64_t(m_cluster_size);
+  uint64_t count = clusters > UINT64_MAX / cs ? UINT64_MAX / m_filerec_size : clusters * cs / m_filerec_size;
+  // No more records than the source could hold: a lying run count must not send a walk over
+  // billions of entries.
+  uint64_t source = m_disk->size();
+  if (source && count > source / m_filerec_size) count = source / m_filerec_size;
+  m_mft_inode_count = count;
+  m_window.clear();
+  m_window_count = 0;
+
+  std::vector<uint8_t> bitmap_rec;
+  INODE_STATS bitmap;
+  if (read_record(6, bitmap_rec) && read_inode_stats(6, bitmap_rec, bitmap)) m_bitmap_runs = bitmap.m_data_runs;
+  if (mft_pos) *mft_pos = m_mft_file_pos;
+  return true;
+}
+
+// ---- positions and reads ----
+
+uint64_t CNtfs::get_file_pos_for_inode(uint64_t inode) const {
+  if (!m_Validated || m_filerec_size == 0 || inode > UINT64_MAX / m_filerec_size) return 0;
+  uint64_t pos = 0, left = 0;
+  if (!mft_locate(m_mft_info.m_data_runs, cluster_size(), inode * m_filerec_size, pos, left)) return 0;
+  return pos;
+}
+
+bool CNtfs::read_clusters(uint64_t lcn, uint8_t* buffer, uint64_t length) {
+  uint64_t cs = cluster_size();
+  if (!buffer || cs == 0 || length == 0 || length % cs != 0) return false;
+  if (lcn > UINT64_MAX / cs || lcn * cs > UINT64_MAX - m_volume_offset - length) return false;
+  return read_exact(m_disk.get(), m_volume_offset + lcn * cs, buffer, length);
+}
+
+bool CNtfs::read_volume(uint64_t offset, uint8_t* buffer, uint32_t& length) {
+  if (!m_disk || !buffer || length == 0 || offset > UINT64_MAX - m_volume_offset) return false;
+  return m_disk->read(buffer, length, m_volume_offset + offset);
+}
+
+bool CNtfs::read_record_raw(uint64_t inode, std::vector<uint8_t>& out) {
+  if (!m_disk) return false;
+  uint32_t rs = record_size();
+  if (m_use_mft_image) {
+    if (inode > UINT64_MAX / rs - 1 || uint64_t(rs) * inode + rs > m_mft_image.size()) return false;
+    out.assign(m_mft_image.begin() + int64_t(rs * inode), m_mft_image.begin() + int64_t(rs * inode + rs));
+    return true;
+  }
+  out.resize(rs);
+  if (m_window_count && inode >= m_window_first && inode - m_window_first < m_window_count) {
+    std::memcpy(out.data(), m_window.data() + (inode - m_window_first) * m_filerec_size, rs);
+    return true;
+  }
+  uint64_t pos = 0, left = 0;
+  bool located = inode != 0 && m_filerec_size && inode <= UINT64_MAX / m_filerec_size &&
+                 mft_locate(m_mft_info.m_data_runs, cluster_size(), inode * m_filerec_size, pos, left);
+  if (inode == 0) pos = m_mft_file_pos;
+  // Records come from the window only once the run list is final; while volume_open still
+  // gathers extents, and for record 0 and unplaced records, each read stands alone. A record
+  // past the last run reads position 0, the boot area, which the record tests then refuse.
+  if (!m_Validated || !located) return read_exact(m_disk.get(), m_volume_offset + pos, out.data(), rs);
+
+  // Fill the window with the records that start in the same run from this one on: inside a run
+  // the positions are consecutive, so each record sits where a direct read would find it.
+  uint64_t stride = m_filerec_size;
+  uint64_t in_run = (left + stride - 1) / stride;
+  uint64_t fit = rs >= WINDOW_BYTES ? 1 : (WINDOW_BYTES - rs) / stride + 1;
+  uint64_t n = std::min(in_run, fit);
+  uint64_t bytes = (n - 1) * stride + rs;
+  m_window.resize(bytes);
+  m_window_count = 0;
+  uint32_t got = uint32_t(bytes);
+  if (pos > UINT64_MAX - m_volume_offset || !m_disk->read(m_window.data(), got, m_volume_offset + pos) || got < rs)
+    return read_exact(m_disk.get(), m_volume_offset + pos, out.data(), rs);
+  m_window_first = inode;
+  m_window_count = std::min<uint64_t>(n, (got - rs) / stride + 1);  // a read cut by the source end
+  std::memcpy(out.data(), m_window.data(), rs);
+  return true;
+}
+
+bool CNtfs::read_record(uint64_t inode, std::vector<uint8_t>& out) {
+  if (!read_record_raw(inode, out)) return false;
+  return own_fixup(out.data(), out.size(), sector_size()) != 0;
+}
+
+data_run_list CNtfs::get_mft_inode_bitmap_runlist() const {
+  if (!m_Validated) unvalidated_use();
+  return m_mft_info.m_bitmap_runs;
+}
+
+data_run_list CNtfs::get_bitmap_inode_runlist() const {
+  if (!m_Validated) unvalidated_use();
+  return m_bitmap_runs;
+}
+
+INODE_STATS CNtfs::get_mft_inode_stats() const {
+  if (!m_Validated) unvalidated_use();
+  return m_mft_info;
+}
+
+uint64_t CNtfs::get_last_allocated_indo_per_mftbitmap() {
+  const data_run_list& runs = m_mft_info.m_bitmap_runs;
+  uint64_t cs = cluster_size();
+  if (!m_Validated || runs.empty() || cs < 512) return 0;
+  // One bit per record: never more bytes than the source holds, read a window at a time.
+  uint64_t total = list_bytes(runs, cs, false);
+  uint64_t source = m_disk ? m_disk->size() : 0;
+  if (source && total > source) total = source;
+  std::vector<uint8_t> buf(std::min<uint64_t>(total, WINDOW_BYTES));
+  uint64_t done = 0, last_byte = 0;
+  uint8_t last_value = 0;
+  while (done < total) {
+    uint64_t length = std::min<uint64_t>(buf.size(), total - done);
+    uint32_t flags = 0;
+    if (!read_stream(*this, runs, done, buf.data(), length, flags) || length == 0) break;
+    for (uint64_t i = length; i-- > 0;)
+      if (buf[i]) {
+        last_byte = done + i;
+        last_value = buf[i];
+        break;
+      }
+    done += length;
+  }
+  if (done < 512 || last_value == 0) return 0;
+  int bit = 7;
+  while (!(last_value & (1u << bit))) --bit;
+  return last_byte * 8 + uint64_t(bit);
+}
+
+// ---- creators ----
+
+std::unique_ptr<CNtfs> open_volume_path(const std::wstring& path, uint64_t offset) {
+  std::unique_ptr<RAW_DISK_IO> disk(new RAW_DISK_IO());
+  if (!disk->open_path(path, false, RAW_KIND_FILE)) return nullptr;
+  std::unique_ptr<CNtfs> volume(new CNtfs(std::move(disk), offset));
+  if (!volume->volume_open()) return nullptr;
+  return volume;
+}
+
+std::unique_ptr<CNtfs> open_volume_drive(uint32_t drive, uint64_t offset) {
+  std::unique_ptr<RAW_DISK_IO> disk(new RAW_DISK_IO());
+  if (!disk->open_disk(drive, false)) return nullptr;
+  std::unique_ptr<CNtfs> volume(new CNtfs(std::move(disk), offset));
+  if (!volume->volume_open()) return nullptr;
+  return volume;
+}

@@ -1,0 +1,346 @@
+// Volume validation, geometry, record positions and record reads of CNtfs on small built images.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "ntfs/ntfs.h"
+#include "tests/ntfs/orv_test_volume.h"
+
+using testvol::bytes;
+using testvol::extents;
+using testvol::image;
+using testvol::image_file;
+
+namespace {
+
+// An image whose MFT lies in `runs`: record 0 is $MFT, every other record a plain one.
+image make_volume(const extents& runs, uint32_t record_size = 1024, uint64_t clusters = 64) {
+  image img(clusters);
+  img.m_mft_lcn = uint64_t(runs[0].first);
+  img.m_per_record = record_size == 1024 ? -10 : -12;
+  img.boot();
+  img.put_record(runs, 0, testvol::mft_record(runs, img.cluster(), record_size).build());
+  uint64_t records = testvol::extent_clusters(runs) * img.cluster() / record_size;
+  for (uint64_t n = 1; n < records; ++n) img.put_record(runs, n, testvol::plain_record(uint32_t(n), record_size));
+  return img;
+}
+
+// One entry of an attribute list value.
+bytes list_entry(uint32_t type, uint64_t first_vcn, uint64_t record, uint16_t seq, uint16_t id) {
+  bytes e(32, 0);
+  orv::put_le32(e.data(), type);
+  orv::put_le16(e.data() + 4, 32);
+  e[7] = 26;
+  orv::put_le64(e.data() + 8, first_vcn);
+  orv::put_le64(e.data() + 16, orv::make_ref(record, seq));
+  orv::put_le16(e.data() + 24, id);
+  return e;
+}
+
+// $MFT in two pieces: VCN 0-3 at cluster 4 described in record 0, VCN 4-7 at cluster 20 held by
+// extension record 15 and reached through record 0's attribute list. `ref_seq` is the sequence
+// number the list gives for record 15, whose own sequence number is 3.
+image fragmented_mft(uint16_t ref_seq, bool list_nonresident) {
+  extents first = {{4, 4}}, all = {{4, 4}, {20, 4}};
+  image img = make_volume(all);
+  testutil::record_builder rb;
+  rb.m_record_number = 0;
+  rb.resident(0x10, testutil::si_value(1, 2, 3, 4, 6), u"", 0);
+  bytes list;
+  for (const bytes& e : {list_entry(0x10, 0, 0, 1, 0), list_entry(0x80, 0, 0, 1, 2), list_entry(0x80, 4, 15, ref_seq, 5)})
+    list.insert(list.end(), e.begin(), e.end());
+  if (list_nonresident) {
+    img.put(40 * img.cluster(), list);
+    rb.nonresident(0x20, testvol::encode_runs({{40, 1}}), img.cluster(), list.size(), list.size(), u"", 1);
+  } else {
+    rb.resident(0x20, list, u"", 1);
+  }
+  rb.nonresident(0x80, testvol::encode_runs(first), 8 * img.cluster(), 8 * img.cluster(), 8 * img.cluster(), u"", 2, 0,
+                 0, 3);
+  img.put_record(all, 0, rb.build());
+
+  testutil::record_builder ext;
+  ext.m_record_number = 15;
+  ext.m_sequence = 3;
+  ext.m_base_ref = orv::make_ref(0, 1);
+  ext.nonresident(0x80, testvol::encode_runs({{20, 4}}), 0, 0, 0, u"", 5, 0, 4, 7);
+  img.put_record(all, 15, ext.build());
+  return img;
+}
+
+}  // namespace
+
+TEST(volume_geometry, negative_clusters_per_record_is_a_power_of_two) {
+  extents runs = {{4, 4}};
+  image_file small(make_volume(runs, 1024).m_bytes);
+  auto v = small.open();
+  ASSERT_TRUE(v);
+  EXPECT_EQ(v->m_mft_record_size, 1024u);
+  EXPECT_EQ(v->m_mft_cluster_per_record_fixed, 0);
+  EXPECT_EQ(v->cluster_size(), 4096u);
+  EXPECT_EQ(v->m_mft_file_pos, 4u * 4096);
+  EXPECT_EQ(v->mft_inode_count(), 16u);
+
+  image_file large(make_volume(runs, 4096).m_bytes);
+  auto w = large.open();
+  ASSERT_TRUE(w);
+  EXPECT_EQ(w->m_mft_record_size, 4096u);
+  EXPECT_EQ(w->m_mft_cluster_per_record_fixed, 1);
+  EXPECT_EQ(w->mft_inode_count(), 4u);
+}
+
+TEST(volume_geometry, positive_clusters_per_record_multiplies_the_cluster) {
+  extents runs = {{4, 4}};
+  image img = make_volume(runs, 4096);
+  img.m_per_record = 1;
+  img.boot();
+  image_file f(img.m_bytes);
+  auto v = f.open();
+  ASSERT_TRUE(v);
+  EXPECT_EQ(v->m_mft_record_size, 4096u);
+  EXPECT_EQ(v->m_mft_cluster_per_record_fixed, 1);
+}
+
+TEST(volume_geometry, boot_size_smaller_than_the_records_is_repaired_from_record_zero) {
+  extents runs = {{4, 4}};
+  image img = make_volume(runs, 4096);
+  img.m_per_record = -10;  // claims 1024, record 0 says count 9
+  img.boot();
+  image_file f(img.m_bytes);
+  auto v = f.open();
+  ASSERT_TRUE(v);
+  EXPECT_EQ(v->m_mft_record_size, 4096u);
+  EXPECT_EQ(v->m_filerec_size, 4096u);
+  EXPECT_EQ(v->m_first_record.size(), 4096u);
+  EXPECT_EQ(v->get_file_pos_for_inode(2), 4u * 4096 + 2 * 4096);
+}
+
+TEST(volume_geometry, refuses_what_is_not_an_ntfs_volume) {
+  extents runs = {{4, 4}};
+  image good = make_volume(runs);
+
+  image oem = good;
+  std::memcpy(oem.m_bytes.data() + 3, "NTFSXXXX", 8);
+  EXPECT_FALSE(image_file(oem.m_bytes).open());
+
+  image no_cluster = good;
+  no_cluster.m_bytes[13] = 0;
+  EXPECT_FALSE(image_file(no_cluster.m_bytes).open());
+
+  // 2^31-byte records must be refused, not allocated.
+  image huge_record = good;
+  huge_record.m_bytes[64] = 0xE1;
+  EXPECT_FALSE(image_file(huge_record.m_bytes).open());
+
+  image far_mft = good;
+  orv::put_le64(far_mft.m_bytes.data() + 48, uint64_t(1) << 62);
+  EXPECT_FALSE(image_file(far_mft.m_bytes).open());
+
+  image no_record = good;
+  std::memcpy(no_record.m_bytes.data() + 4 * 4096, "BAAD", 4);
+  EXPECT_FALSE(image_file(no_record.m_bytes).open());
+
+  image truncated = good;
+  truncated.m_bytes.resize(4 * 4096 + 512);  // record 0 cut by the end of the source
+  EXPECT_FALSE(image_file(truncated.m_bytes).open());
+
+  EXPECT_TRUE(image_file(good.m_bytes).open());
+}
+
+TEST(volume_geometry, volume_offset_shifts_every_read) {
+  extents runs = {{4, 4}};
+  image img = make_volume(runs);
+  bytes shifted(3 * 512, 0xEE);
+  shifted.insert(shifted.end(), img.m_bytes.begin(), img.m_bytes.end());
+  image_file f(shifted);
+  EXPECT_FALSE(f.open(0));
+  auto v = f.open(3 * 512);
+  ASSERT_TRUE(v);
+  std::vector<uint8_t> rec;
+  ASSERT_TRUE(v->read_record(9, rec));
+  EXPECT_EQ(orv::le32(rec.data() + 44), 9u);
+}
+
+TEST(volume_records, positions_follow_the_mft_runs_and_end_with_zero) {
+  extents runs = {{4, 4}, {20, 4}};
+  image_file f(make_volume(runs).m_bytes);
+  auto v = f.open();
+  ASSERT_TRUE(v);
+  EXPECT_EQ(v->mft_inode_count(), 32u);
+  EXPECT_EQ(v->get_file_pos_for_inode(0), 4u * 4096);
+  EXPECT_EQ(v->get_file_pos_for_inode(15), 4u * 4096 + 15 * 1024);
+  EXPECT_EQ(v->get_file_pos_for_inode(16), 20u * 4096);
+  EXPECT_EQ(v->get_file_pos_for_inode(31), 20u * 4096 + 15 * 1024);
+  EXPECT_EQ(v->get_file_pos_for_inode(32), 0u);
+  EXPECT_EQ(v->get_file_pos_for_inode(uint64_t(1) << 62), 0u);
+}
+
+TEST(volume_records, window_reads_match_direct_reads_in_any_order) {
+  extents runs = {{4, 3}, {30, 2}, {12, 3}};
+  image img = make_volume(runs);
+  image_file f(img.m_bytes);
+  auto v = f.open();
+  ASSERT_TRUE(v);
+  ASSERT_EQ(v->mft_inode_count(), 32u);
+  std::vector<uint64_t> order;
+  for (uint64_t n = 0; n < 36; ++n) order.push_back((n * 11) % 36);
+  order.push_back(13);
+  order.push_back(12);
+  std::vector<uint8_t> rec;
+  for (uint64_t n : order) {
+    ASSERT_TRUE(v->read_record_raw(n, rec)) << n;
+    ASSERT_EQ(rec.size(), 1024u);
+    uint64_t pos = n < 32 ? img.record_pos(runs, n, 1024) : 0;  // past the end: the boot area
+    EXPECT_TRUE(std::equal(rec.begin(), rec.end(), img.m_bytes.begin() + int64_t(pos))) << n;
+  }
+  EXPECT_FALSE(v->read_record(33, rec));
+}
+
+TEST(volume_records, read_record_restores_sector_tails) {
+  extents runs = {{4, 4}};
+  image img = make_volume(runs);
+  testutil::record_builder rb;
+  rb.m_record_number = 7;
+  rb.resident(0x80, bytes(900, 0x5A));
+  img.put_record(runs, 7, rb.build());
+  image_file f(img.m_bytes);
+  auto v = f.open();
+  ASSERT_TRUE(v);
+  std::vector<uint8_t> raw, fixed;
+  ASSERT_TRUE(v->read_record_raw(7, raw));
+  ASSERT_TRUE(v->read_record(7, fixed));
+  EXPECT_EQ(orv::le16(raw.data() + 510), 0x0101);  // the sequence number stands in the tail
+  EXPECT_EQ(fixed[510], 0x5A);
+  EXPECT_EQ(fixed[1022], 0);
+  EXPECT_EQ(fixed[1023], 0);
+}
+
+TEST(volume_records, in_memory_image_is_indexed_by_record_size) {
+  extents runs = {{4, 4}};
+  image_file f(make_volume(runs).m_bytes);
+  auto v = f.open();
+  ASSERT_TRUE(v);
+  v->m_mft_image.assign(3 * 1024, 0);
+  v->m_mft_image[2 * 1024] = 0x77;
+  v->m_use_mft_image = true;
+  std::vector<uint8_t> rec;
+  ASSERT_TRUE(v->read_record_raw(2, rec));
+  EXPECT_EQ(rec[0], 0x77);
+  EXPECT_FALSE(v->read_record_raw(3, rec));
+  EXPECT_FALSE(v->read_record_raw(uint64_t(1) << 60, rec));
+}
+
+TEST(volume_mft, extension_record_extends_the_mft_through_the_attribute_list) {
+  for (bool nonresident : {false, true}) {
+    image img = fragmented_mft(3, nonresident);
+    image_file f(img.m_bytes);
+    auto v = f.open();
+    ASSERT_TRUE(v) << nonresident;
+    EXPECT_EQ(v->mft_inode_count(), 32u) << nonresident;
+    EXPECT_EQ(v->get_file_pos_for_inode(20), 20u * 4096 + 4 * 1024) << nonresident;
+    std::vector<uint8_t> rec;
+    ASSERT_TRUE(v->read_record(20, rec));
+    EXPECT_EQ(orv::le32(rec.data() + 44), 20u);
+  }
+}
+
+TEST(volume_mft, reused_extension_record_adds_no_extents) {
+  image img = fragmented_mft(2, false);  // list says sequence 2, record 15 has 3
+  image_file f(img.m_bytes);
+  auto v = f.open();
+  ASSERT_TRUE(v);
+  EXPECT_EQ(v->mft_inode_count(), 16u);
+  EXPECT_EQ(v->get_file_pos_for_inode(20), 0u);
+}
+
+TEST(volume_mft, bitmap_runs_come_from_record_six_when_readable) {
+  extents runs = {{4, 4}};
+  image img = make_volume(runs);
+  testutil::record_builder rb;
+  rb.m_record_number = 6;
+  rb.nonresident(0x80, testvol::encode_runs({{50, 2}}), 8192, 8192, 8192);
+  img.put_record(runs, 6, rb.build());
+  image_file f(img.m_bytes);
+  auto v = f.open();
+  ASSERT_TRUE(v);
+  data_run_list b = v->get_bitmap_inode_runlist();
+  ASSERT_EQ(b.size(), 1u);
+  EXPECT_EQ(b[0].m_lcn, 50u);
+  EXPECT_EQ(b[0].m_count, 2u);
+
+  // Record 6 destroyed: the volume is valid all the same, without cluster bitmap.
+  std::memset(img.m_bytes.data() + img.record_pos(runs, 6, 1024), 0, 1024);
+  image_file g(img.m_bytes);
+  auto w = g.open();
+  ASSERT_TRUE(w);
+  EXPECT_TRUE(w->get_bitmap_inode_runlist().empty());
+
+  // An MFT of four records has no record 6 at all.
+  image_file h(make_volume({{4, 1}}).m_bytes);
+  auto x = h.open();
+  ASSERT_TRUE(x);
+  EXPECT_EQ(x->mft_inode_count(), 4u);
+  EXPECT_TRUE(x->get_bitmap_inode_runlist().empty());
+}
+
+TEST(volume_mft, last_allocated_record_is_the_highest_bit_of_the_mft_bitmap) {
+  extents runs = {{4, 4}};
+  image img = make_volume(runs);
+  testutil::record_builder rb = testvol::mft_record(runs, img.cluster());
+  rb.nonresident(0xB0, testvol::encode_runs({{45, 1}, {-1, 1}, {46, 1}}), 3 * 4096, 3 * 4096, 3 * 4096);
+  img.put_record(runs, 0, rb.build());
+  img.m_bytes[45 * 4096] = 0xFF;
+  img.m_bytes[46 * 4096 + 2] = 0x05;  // bits 2 and 0 of byte 2 of the third cluster
+  image_file f(img.m_bytes);
+  auto v = f.open();
+  ASSERT_TRUE(v);
+  EXPECT_EQ(v->get_mft_inode_bitmap_runlist().size(), 3u);
+  EXPECT_EQ(v->get_last_allocated_indo_per_mftbitmap(), (2 * 4096 + 2) * 8 + 2u);
+
+  image_file g(make_volume(runs).m_bytes);  // no $BITMAP attribute
+  auto w = g.open();
+  ASSERT_TRUE(w);
+  EXPECT_EQ(w->get_last_allocated_indo_per_mftbitmap(), 0u);
+}
+
+TEST(volume_mft, hostile_run_counts_do_not_outgrow_the_source) {
+  extents runs = {{4, 4}};
+  image img = make_volume(runs);
+  // $DATA of record 0 claiming 2^32-1 clusters: positions stay computable, the count is bounded
+  // by what the image can hold.
+  img.put_record(runs, 0, testvol::mft_record({{4, 0xFFFFFFFFu}}, img.cluster()).build());
+  image_file f(img.m_bytes);
+  auto v = f.open();
+  ASSERT_TRUE(v);
+  EXPECT_LE(v->mft_inode_count(), img.m_bytes.size() / 1024);
+  std::vector<uint8_t> rec;
+  EXPECT_TRUE(v->read_record(5, rec));
+  EXPECT_FALSE(v->read_record(uint64_t(1) << 40, rec));
+}
+
+TEST(volume_open, second_call_is_free_and_reports_the_mft_position) {
+  image_file f(make_volume({{6, 4}}).m_bytes);
+  auto v = f.open();
+  ASSERT_TRUE(v);
+  uint64_t pos = 0;
+  EXPECT_TRUE(v->volume_open(&pos));
+  EXPECT_EQ(pos, 6u * 4096);
+  EXPECT_EQ(v->get_mft_inode_stats().m_name, "$MFT");
+  EXPECT_EQ(v->get_mft_inode_stats().m_size, 4u * 4096);
+}
+
+TEST(volume_open_death, getters_refuse_an_unvalidated_volume) {
+  image_file f(make_volume({{4, 4}}).m_bytes);
+  auto v = f.raw(4096);
+  EXPECT_FALSE(v->validated());
+  EXPECT_EQ(v->get_file_pos_for_inode(1), 0u);
+  EXPECT_DEATH(v->get_mft_inode_stats(), "m_Validated");
+  EXPECT_DEATH(v->get_bitmap_inode_runlist(), "m_Validated");
+  EXPECT_DEATH(v->get_mft_inode_bitmap_runlist(), "m_Validated");
+}
+
+TEST(volume_open, missing_source_fails) {
+  CNtfs v(nullptr, 0);
+  EXPECT_FALSE(v.volume_open());
+  EXPECT_FALSE(open_volume_path(L"/nonexistent/brimlock/volume.img", 0));
+}
