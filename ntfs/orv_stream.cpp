@@ -1,0 +1,221 @@
+// Byte ranges of a stream through its run list, and the copy of one attribute to a stream.
+#include <algorithm>
+#include <cstring>
+
+#include "base/orv_console.h"
+#include "base/orv_le.h"
+#include "ntfs/ntfs.h"
+#include "ntfs/orv_attrib_rows.h"
+#include "ntfs/orv_filerec.h"
+
+namespace {
+
+// Index of the run holding virtual cluster `vcn`, or -1. The hint (the run of the previous
+// cluster) serves the common case; lists in VCN order are then bisected, and anything else is
+// searched run by run.
+int64_t find_run(const data_run_list& runs, uint64_t vcn, int64_t hint) {
+  auto holds = [&](int64_t i) {
+    return i >= 0 && size_t(i) < runs.size() && vcn >= runs[i].m_vcn && vcn - runs[i].m_vcn < runs[i].m_count;
+  };
+  if (holds(hint)) return hint;
+  if (holds(hint + 1)) return hint + 1;
+  auto it = std::upper_bound(runs.begin(), runs.end(), vcn,
+                             [](uint64_t v, const run_entry& r) { return v < r.m_vcn; });
+  if (it != runs.begin() && holds(int64_t(it - runs.begin()) - 1)) return int64_t(it - runs.begin()) - 1;
+  for (size_t i = 0; i < runs.size(); ++i)
+    if (holds(int64_t(i))) return int64_t(i);
+  return -1;
+}
+
+// The part of one cluster that a read delivers.
+struct cluster_piece {
+  uint64_t m_pos;    // byte position inside the volume
+  uint64_t m_dest;   // offset in the caller's buffer
+  uint32_t m_bytes;
+};
+
+// Reads a run of pieces that lie back to back on the volume with one call. When that fails the
+// pieces are read one at a time, so exactly those before the first bad cluster are delivered.
+// Returns the number of pieces delivered.
+size_t read_pieces(CNtfs& volume, const std::vector<cluster_piece>& pieces, uint8_t* buffer) {
+  if (pieces.empty()) return 0;
+  uint64_t span = pieces.back().m_pos + pieces.back().m_bytes - pieces.front().m_pos;
+  uint32_t got = uint32_t(span);
+  if (volume.read_volume(pieces.front().m_pos, buffer + pieces.front().m_dest, got) && got == span)
+    return pieces.size();
+  for (size_t i = 0; i < pieces.size(); ++i) {
+    uint32_t one = pieces[i].m_bytes;
+    if (!volume.read_volume(pieces[i].m_pos, buffer + pieces[i].m_dest, one) || one != pieces[i].m_bytes) return i;
+  }
+  return pieces.size();
+}
+
+}  // namespace
+
+bool read_stream(CNtfs& volume, const data_run_list& runs, uint64_t position, uint8_t* buffer, uint64_t& length,
+                 uint32_t& flags) {
+  uint64_t c = volume.cluster_size();
+  if (!buffer || length == 0 || runs.empty() || c == 0 || position > UINT64_MAX - length) return false;
+  bool skip_sparse = flags & 0x1;
+  uint64_t v0 = position / c, v1 = (position + length) / c;
+  uint64_t head = position - v0 * c, tail = (position + length) % c;
+  // 0x10: the range starts on a 65536-cluster boundary; 0x20: and spans exactly 16 clusters.
+  flags = 0x8;
+  if ((v0 & 0xFFFF) == 0) flags = v0 + 16 == v1 ? 0x38 : 0x18;
+
+  std::vector<cluster_piece> pending;  // pieces back to back on the volume, not read yet
+  uint64_t planned = 0;                // bytes of the buffer given out to clusters so far
+  uint64_t delivered = 0;              // bytes actually in the buffer
+  uint64_t clusters = 0;               // clusters delivered
+  auto flush = [&]() {
+    size_t ok = read_pieces(volume, pending, buffer);
+    for (size_t i = 0; i < ok; ++i) delivered += pending[i].m_bytes;
+    clusters += ok;
+    bool all = ok == pending.size();
+    pending.clear();
+    return all;
+  };
+
+  bool first = true, failed = false;
+  int64_t hint = -1;
+  for (uint64_t v = v0; v <= v1 && planned < length; ++v) {
+    hint = find_run(runs, v, hint);
+    if (hint < 0) break;  // past every run
+    const run_entry& r = runs[size_t(hint)];
+    if (r.m_is_sparse && skip_sparse) {
+      if (v == v0) head = 0;
+      continue;
+    }
+    uint64_t off = first ? head : 0;
+    uint64_t n = first ? std::min(c - head, length) : c;
+    if (v == v1 && tail != 0) n = std::min(length - planned, tail);
+    n = std::min(n, length - planned);
+    first = false;
+    if (r.m_is_sparse) {
+      if (!flush()) {
+        failed = true;
+        break;
+      }
+      std::memset(buffer + planned, 0, n);
+      flags |= 0x2;
+      delivered += n;
+      ++clusters;
+      planned += n;
+      continue;
+    }
+    uint64_t lcn = r.m_lcn + (v - r.m_vcn);
+    if (lcn < r.m_lcn || lcn > (UINT64_MAX - off) / c) {  // a cluster no volume can have
+      flush();
+      failed = true;
+      break;
+    }
+    uint64_t pos = lcn * c + off;
+    if (!pending.empty()) {
+      const cluster_piece& last = pending.back();
+      bool adjacent = last.m_pos + last.m_bytes == pos;
+      if ((!adjacent || pos + n - pending.front().m_pos > (1u << 30)) && !flush()) {
+        failed = true;
+        break;
+      }
+    }
+    pending.push_back({pos, planned, uint32_t(n)});
+    planned += n;
+  }
+  if (!failed) flush();
+  if (skip_sparse) flags &= ~uint32_t(0x2);
+  if (clusters == 0) {
+    length = 0;
+    return false;
+  }
+  length = delivered;
+  return true;
+}
+
+namespace {
+
+// Index allocation blocks carry an update sequence array as file records do: each 4096-byte block
+// of the copy gets its sector tails back. No signature is tested, so damaged blocks come out too.
+void fix_index_blocks(uint8_t* buf, uint64_t length, uint32_t sector_size) {
+  for (uint64_t off = 0; off + 8 <= length; off += 4096) {
+    uint64_t block = std::min<uint64_t>(4096, length - off);
+    uint16_t count = orv::le16(buf + off + 6);
+    if (count > 1) apply_fixups(buf + off, size_t(block), orv::le16(buf + off + 4), count, sector_size);
+  }
+}
+
+bool emit(std::ostream& out, const copy_options& options, const uint8_t* bytes, uint64_t length) {
+  if (options.m_feed) options.m_feed(options.m_feed_user, bytes, size_t(length));
+  out.write(reinterpret_cast<const char*>(bytes), std::streamsize(length));
+  return bool(out);
+}
+
+// Reads `limit` bytes of the stream (then the slack, when asked) through a buffer of 16 clusters.
+bool copy_plain(CNtfs& volume, const attrib_row& row, const data_run_list& runs, uint64_t limit, uint64_t slack,
+                std::ostream& out, const copy_options& options, uint64_t& total) {
+  uint64_t unit = 16 * volume.cluster_size();
+  // Never more buffer than there is data, nor than the source holds: a lying size or a huge
+  // cluster must not turn into a huge allocation.
+  uint64_t source = volume.m_disk ? volume.m_disk->size() : 0;
+  uint64_t size = std::min(unit, limit);
+  if (source && size > source) size = source;
+  if (size == 0) return false;
+  std::vector<uint8_t> buf(size);
+  uint64_t pos = 0, remaining = limit;
+  uint64_t chunk = std::min<uint64_t>(buf.size(), remaining);
+  while (chunk) {
+    uint64_t length = chunk;
+    uint32_t flags = 0;
+    if (!read_stream(volume, runs, pos, buf.data(), length, flags) || length == 0) break;
+    if (row.m_type == 0xA0 && !options.m_raw) fix_index_blocks(buf.data(), length, volume.sector_size());
+    if (!emit(out, options, buf.data(), length)) return false;
+    total += length;
+    pos += length;
+    remaining -= std::min(length, remaining);
+    if (remaining == 0) {
+      if (slack == 0) break;
+      remaining = slack;
+      slack = 0;
+    }
+    // A remainder of up to 5 units is read in one go.
+    if (remaining > unit && remaining < 5 * unit && (!source || remaining <= source)) buf.resize(remaining);
+    chunk = std::min<uint64_t>(buf.size(), remaining);
+  }
+  return true;
+}
+
+// Compressed attributes hold units of 16 clusters of LZNT1 chunks. Until they are expanded here,
+// the units are copied as they are stored.
+bool copy_compressed(CNtfs& volume, const attrib_row& row, const data_run_list& runs, uint64_t limit,
+                     std::ostream& out, const copy_options& options, uint64_t& total) {
+  return copy_plain(volume, row, runs, limit, 0, out, options, total);
+}
+
+}  // namespace
+
+bool copy_attrib_data(CNtfs* volume, const attrib_row& row, std::ostream& out, const copy_options& options,
+                      uint64_t& total) {
+  total = 0;
+  bool has_value = !row.m_non_resident && !row.m_value.empty();
+  if (row.m_runs.empty() && !has_value) {
+    if (options.m_log) log_line(*options.m_log, "err: no data");
+    return false;
+  }
+  if (!volume || !out) return false;
+  if (!row.m_non_resident) {
+    if (options.m_log) log_line(*options.m_log, "info: data size 0x%llx", (unsigned long long)row.m_value.size());
+    if (!emit(out, options, row.m_value.data(), row.m_value.size())) return false;
+    total = row.m_value.size();
+    return true;
+  }
+  uint64_t c = volume->cluster_size();
+  if (c == 0) return false;
+  uint64_t wanted = options.m_raw ? row.m_allocated_size : std::max(row.m_real_size, row.m_valid_size);
+  if (options.m_log) log_line(*options.m_log, "info: data size 0x%llx", (unsigned long long)wanted);
+  bool compressed = row.m_flags == 1 && row.m_compression_unit != 0 && !options.m_raw && row.m_compressed_size != 0;
+  data_run_list runs = options.m_skip_sparse && !compressed ? without_sparse(row.m_runs) : row.m_runs;
+  uint64_t limit = std::min(list_bytes(runs, c, false), wanted);
+  if (limit == 0) return false;
+  if (compressed) return copy_compressed(*volume, row, runs, limit, out, options, total);
+  uint64_t slack = options.m_append_slack && row.m_allocated_size > wanted ? row.m_allocated_size - wanted : 0;
+  return copy_plain(*volume, row, runs, limit, slack, out, options, total);
+}
