@@ -1,7 +1,10 @@
 #pragma once
 // The road of one run: options, banner, results stream, the choice of scans, teardown.
+#include <cstdint>
 #include <string>
 #include <vector>
+
+class mft_entries_ctx;
 
 extern const char* const k_tool_name;     // "brimlock"
 extern const char* const k_version_text;  // "ver: 0.95"
@@ -11,3 +14,11 @@ int brimlock_main(int argc, char** argv);
 std::string usage_text();
 // Banner line, then the quoted command line ("-pipe" adds its prefix).
 std::string build_run_banner(const std::vector<std::string>& arguments);
+
+// Multi-instance run: divides the record range over child processes of this program and merges
+// their results into the -out file. 1 when the merge ended, 0 on failure.
+int run_instances(mft_entries_ctx& ctx, uint32_t instance_count, const std::vector<std::string>& child_arguments,
+                  const std::string& work_directory);
+// Offset in the head of a child's results file where its rows begin (the first instance keeps its
+// heading line); npos when the place is not found there.
+size_t merge_start(const std::string& head, bool first_instance);

@@ -1,0 +1,231 @@
+// -cpu runs: the record range cut into slices, one child process of this program per slice,
+// and the children's results merged in slice order into the -out file.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <thread>
+
+#include "analysis/entry_record.h"
+#include "analysis/mft_scan.h"
+#include "base/orv_console.h"
+#include "base/orv_string.h"
+#include "run/driver.h"
+#include "run/mft_entries_ctx.h"
+
+namespace {
+
+// Children beyond this many only compete for the same disk; more are not started.
+constexpr uint32_t k_max_instances = 64;
+// The banner and heading of a child's file must lie within this many bytes.
+constexpr size_t k_merge_probe = 16384;
+
+// Waits on one child. Each thread owns its argument list and touches nothing else.
+class portable_thread {
+ public:
+  portable_thread() = default;
+  virtual ~portable_thread() = default;
+  void start(void (*function)(std::vector<std::string>), std::vector<std::string> argument) {
+    m_thread = std::thread(function, std::move(argument));
+  }
+  void join() {
+    if (m_thread.joinable()) m_thread.join();
+  }
+
+ private:
+  std::thread m_thread;
+};
+
+// Single quotes keep every argument whole for the shell, blanks and shell characters included.
+std::string shell_word(const std::string& arg) {
+  bool plain = !arg.empty();
+  for (char c : arg)
+    if (!(isalnum(static_cast<unsigned char>(c)) || strchr("-_./:=+,@%", c))) plain = false;
+  if (plain) return arg;
+  std::string out = "'";
+  for (char c : arg) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return out + "'";
+}
+
+void child_body(std::vector<std::string> args) {
+  std::string command;
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (i) command += ' ';
+    command += shell_word(args[i]);
+  }
+  FILE* pipe = popen(command.c_str(), "r");
+  if (!pipe) return;
+  std::vector<char> buffer(16386);
+  while (fread(buffer.data(), 1, buffer.size(), pipe) > 0) {
+  }
+  pclose(pipe);
+}
+
+std::string hex_text(uint64_t value) {
+  char text[32];
+  snprintf(text, sizeof(text), "0x%llx", static_cast<unsigned long long>(value));
+  return text;
+}
+
+std::string random_text(std::mt19937_64& generator, size_t length) {
+  static const char k_chars[] = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+  std::uniform_int_distribution<size_t> pick(0, sizeof(k_chars) - 2);
+  std::string out;
+  for (size_t i = 0; i < length; ++i) out += k_chars[pick(generator)];
+  return out;
+}
+
+// Records of the source: the size of the $MFT data stream over the record size.
+uint64_t count_records(mft_entries_ctx& c) {
+  if (!ensure_source_open(c)) return 0;
+  entry_record entry;
+  uint64_t total = 0;
+  if (read_entry(entry, c, 0, false)) {
+    for (const auto& item : entry.m_attribs) {
+      if (item.second.type() != 0x80) continue;
+      uint64_t size = item.second.non_resident() ? item.second.real_size() : item.second.value_length();
+      total = size / c.record_size();
+      break;
+    }
+  }
+  close_source(c);
+  return total;
+}
+
+bool write_all(int fd, const char* data, size_t length) {
+  while (length) {
+    ssize_t n = ::write(fd, data, length);
+    if (n <= 0) return false;
+    data += n;
+    length -= size_t(n);
+  }
+  return true;
+}
+
+bool is_blank_line(const std::string& text, size_t begin, size_t end) {
+  for (size_t i = begin; i < end; ++i)
+    if (!strchr(" \t\r\n", text[i])) return false;
+  return true;
+}
+
+}  // namespace
+
+// Where a child's rows begin: the first instance keeps its heading line, the others drop it.
+// npos when the place is not within the bytes given.
+size_t merge_start(const std::string& head, bool first_instance) {
+  size_t pos = 0;
+  bool seen_empty = false;
+  while (pos < head.size()) {
+    size_t eol = head.find('\n', pos);
+    if (eol == std::string::npos) return std::string::npos;
+    bool empty = is_blank_line(head, pos, eol);
+    pos = eol + 1;
+    if (!seen_empty) {
+      if (!empty) continue;
+      seen_empty = true;
+      if (!first_instance) continue;
+    } else if (empty) {
+      continue;
+    }
+    while (pos < head.size() && (head[pos] == '\r' || head[pos] == '\n')) ++pos;
+    return pos;
+  }
+  return std::string::npos;
+}
+
+int run_instances(mft_entries_ctx& c, uint32_t instance_count, const std::vector<std::string>& child_arguments,
+                  const std::string& work_directory) {
+  if (instance_count > k_max_instances) instance_count = k_max_instances;
+  if (instance_count == 0) return 0;
+  uint64_t total = c.m_mft_range ? c.m_mft_range : count_records(c);
+  if (total == 0) {
+    fprintf(stderr, "prob handling your options, aborting\n");
+    return 0;
+  }
+  c.m_mft_range = total;
+  if (c.m_out_path.empty()) return 0;
+
+  const std::string out_path = c.m_out_path;
+  if (c.m_separate_files) {
+    struct stat st;
+    if (::lstat(out_path.c_str(), &st) == 0 && S_ISREG(st.st_mode)) ::unlink(out_path.c_str());
+  } else {
+    int fd = ::open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, 0644);
+    if (fd < 0) {
+      fprintf(stderr, "prob writing to output file: %s\n", out_path.c_str());
+      log_line(c, "prob writing to output file: %s", out_path.c_str());
+      return 0;
+    }
+    if (c.m_run_banner.empty()) log_line(c, "banner not present");
+    std::string head = c.m_run_banner + "\n";
+    write_all(fd, head.data(), head.size());
+    ::close(fd);
+  }
+
+  // The children are this same program, found through the running image where possible.
+  std::vector<std::string> base_args = child_arguments;
+  char self[4096];
+  ssize_t self_length = ::readlink("/proc/self/exe", self, sizeof(self) - 1);
+  if (self_length > 0 && !base_args.empty()) base_args[0].assign(self, size_t(self_length));
+
+  std::string out_dir, out_name, out_ext;
+  orv::split_path(out_path, out_dir, out_name, out_ext);
+  if (!out_ext.empty()) out_name += "." + out_ext;
+
+  std::mt19937_64 generator(std::random_device{}());
+  std::vector<std::string> names(instance_count);
+  std::vector<std::unique_ptr<portable_thread>> threads(instance_count);
+  uint64_t slice = total / instance_count;
+  uint64_t start = c.m_mft_start;
+  for (uint32_t i = 0; i < instance_count; ++i) {
+    std::vector<std::string> args = base_args;
+    args.insert(args.end(), {"-mftstart", hex_text(start), "-mftrange", hex_text(slice), "-quiet", "-cpuinst",
+                             std::to_string(i)});
+    if (c.m_separate_files) {
+      char number[16];
+      snprintf(number, sizeof(number), "%05u", i + 1);
+      names[i] = work_directory + out_name + "." + number;
+    } else {
+      names[i] = work_directory + std::to_string(i) + "_" + random_text(generator, 10) + "_temp.bin";
+    }
+    args.push_back("-out");
+    args.push_back(names[i]);
+    threads[i].reset(new portable_thread);
+    threads[i]->start(child_body, std::move(args));
+    start += slice;
+    if (i + 2 == instance_count) slice = total > start ? total - start : 0;
+  }
+  fprintf(stderr, "%2d instances spawned\n", int(instance_count));
+
+  for (uint32_t i = 0; i < instance_count; ++i) {
+    threads[i]->join();
+    fprintf(stderr, "instance %2d done\n", int(i));
+    threads[i].reset();
+    if (c.m_separate_files) continue;
+
+    int in = ::open(names[i].c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (in < 0) {
+      log_line(c, "prob accessing %s - for merge", names[i].c_str());
+    } else {
+      std::string head(k_merge_probe, '\0');
+      ssize_t got = ::read(in, &head[0], head.size());
+      head.resize(got > 0 ? size_t(got) : 0);
+      size_t from = merge_start(head, i == 0);
+      int out = from == std::string::npos ? -1 : ::open(out_path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+      if (out >= 0) {
+        bool ok = write_all(out, head.data() + from, head.size() - from);
+        std::vector<char> buffer(1 << 20);
+        ssize_t n;
+        while (ok && (n = ::read(in, buffer.data(), buffer.size())) > 0) ok = write_all(out, buffer.data(), size_t(n));
+        ::close(out);
+      }
+      ::close(in);
+    }
+    ::unlink(names[i].c_str());
+  }
+  return 1;
+}
