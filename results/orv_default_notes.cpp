@@ -1,0 +1,207 @@
+#include "results/orv_default_notes.h"
+
+#include <cwctype>
+
+#include "analysis/entry_record.h"
+#include "analysis/orv_paths.h"
+#include "analysis/orv_zone.h"
+#include "base/orv_le.h"
+#include "results/result_row.h"
+#include "run/mft_entries_ctx.h"
+
+namespace {
+
+void add_item(std::string& out, const std::string& item) {
+  if (item.empty()) return;
+  if (!out.empty()) out.append("; ");
+  out.append(item);
+}
+
+void append_wide_note(std::string& out, const char* open, const std::wstring& text, const char* close) {
+  out.append(open);
+  append_utf8_of(out, text);
+  out.append(close);
+}
+
+// Start of a new "other info" item.
+std::string& next_item(std::string& out) {
+  if (!out.empty()) out.append("; ");
+  return out;
+}
+
+void append_runs(std::string& out, const data_run_list& runs) {
+  out.append("start cluster/count: ");
+  for (const run_entry& run : runs) {
+    out.append("0x");
+    append_hex(out, run.m_lcn, 6);
+    out.push_back('/');
+    append_decimal(out, run.m_count);
+    if (run.m_is_sparse) out.append(" [sparse]");
+    out.append(" : ");
+  }
+}
+
+}  // namespace
+
+void append_entry_number(std::string& out, uint64_t number, bool hex) {
+  if (hex) {
+    out.append("0x");
+    append_hex(out, number, 8);
+  } else {
+    append_decimal(out, number);
+  }
+}
+
+const char* record_type_text(const entry_record& entry, const mft_entries_ctx& ctx) {
+  if (ctx.m_unalloc_pass) return "unalloc";
+  if (!entry.in_use()) return "del";
+  return entry.is_directory() ? "dir" : "file";
+}
+
+void extension_text(std::string& out, const std::wstring& name, bool is_directory) {
+  size_t dot = name.rfind(L'.');
+  if (is_directory || dot == std::wstring::npos) {
+    out.append("none");
+    return;
+  }
+  std::wstring ext = name.substr(dot + 1);
+  for (wchar_t& c : ext) c = wchar_t(std::towlower(wint_t(c)));
+  append_utf8_of(out, ext);
+}
+
+void append_digest(std::string& out, const uint8_t* bytes, size_t length) {
+  bool any = false;
+  for (size_t i = 0; i < length && !any; ++i) any = bytes[i] != 0;
+  if (!any) return;
+  for (size_t i = 0; i < length; ++i) append_hex(out, bytes[i], 2);
+}
+
+void append_summary(std::string& out, const entry_record& entry, const mft_entries_ctx& ctx) {
+  size_t start = out.size();
+  for (const auto& pair : entry.m_attribs) {
+    const attrib_item& item = pair.second;
+    if (!item.m_is_data) continue;
+    uint64_t size = item.stream_size();
+    if (size == 0) continue;
+    out.push_back('[');
+    if (!item.m_name.empty()) {
+      append_utf8_of(out, item.m_name);
+      out.append(" : ");
+    }
+    if (!item.m_label.empty()) {
+      out.append(item.m_label);
+      out.append(" : ");
+    }
+    out.append("sz: 0x");
+    append_hex(out, size, 4);
+    if (!item.non_resident() && !item.m_text.empty()) {
+      out.append(" : ");
+      out.append(item.m_text);
+    } else if (ctx.m_include_clusterinfo && item.non_resident()) {
+      out.append(" : ");
+      append_runs(out, item.m_runs);
+    }
+    out.append("]; ");
+  }
+  const uint64_t lsn = orv::le64(entry.m_header.data() + FR_LSN);
+  uint64_t usn = 0;
+  uint32_t security_id = 0;
+  if (!entry.m_std_infos.empty()) {
+    const si_entry& si = entry.m_std_infos.begin()->second;
+    usn = si.usn();
+    security_id = si.security_id();
+  }
+  if (lsn) {
+    out.append("[logfile_seqnum: 0x");
+    append_hex(out, lsn, 6);
+    out.append("]; ");
+  }
+  if (usn) {
+    out.append("[usnjrnl_indx: 0x");
+    append_hex(out, usn, 6);
+    out.append("]; ");
+  }
+  if (security_id) {
+    out.append("[security_id: 0x");
+    append_hex(out, security_id, 4);
+    out.append("]; ");
+  }
+  if (out.size() >= start + 2) out.resize(out.size() - 2);
+}
+
+void refinode_note(std::string& out, uint64_t record_number, const mft_entries_ctx& ctx) {
+  out.append("refinode [");
+  append_entry_number(out, record_number, ctx.m_hex_numbers != 0);
+  out.push_back(']');
+}
+
+void join_other_info(std::string& out, const record_notes& notes, const std::string& refinode) {
+  add_item(out, notes.m_other_head);
+  add_item(out, refinode);
+  add_item(out, notes.m_other_tail);
+}
+
+void build_record_notes(record_notes& notes, const entry_record& entry, const mft_entries_ctx& ctx,
+                        size_t parent_count) {
+  const bool hex = ctx.m_hex_numbers != 0;
+  notes.m_entry_text.clear();
+  append_entry_number(notes.m_entry_text, entry.m_inode, hex);
+  notes.m_type.assign(record_type_text(entry, ctx));
+  notes.m_ext.clear();
+  extension_text(notes.m_ext, select_name(entry, entry.m_inode), entry.is_directory());
+
+  notes.m_md5.clear();
+  notes.m_sha1.clear();
+  notes.m_sha256.clear();
+  if (entry.m_has_md5) append_digest(notes.m_md5, entry.m_md5.data(), entry.m_md5.size());
+  if (entry.m_has_sha1) append_digest(notes.m_sha1, entry.m_sha1.data(), entry.m_sha1.size());
+  if (entry.m_has_sha256) append_digest(notes.m_sha256, entry.m_sha256.data(), entry.m_sha256.size());
+
+  notes.m_summary.clear();
+  append_summary(notes.m_summary, entry, ctx);
+
+  std::string& head = notes.m_other_head;
+  head.clear();
+  if (entry.m_file_names.size() > 1) {
+    next_item(head).append("multinames [");
+    append_decimal(head, entry.m_file_names.size());
+    head.push_back(']');
+  }
+  if (parent_count > 1) {
+    next_item(head).append("multiroots [");
+    append_decimal(head, parent_count);
+    head.push_back(']');
+  }
+  if (!entry.m_reparse_targets.empty()) {
+    next_item(head).append("symlink: [");
+    bool first = true;
+    for (const auto& target : entry.m_reparse_targets) {
+      if (!first) head.append("; ");
+      first = false;
+      append_utf8_of(head, target.second);
+    }
+    head.push_back(']');
+  }
+
+  std::string& tail = notes.m_other_tail;
+  tail.clear();
+  if (entry.m_attrib_list_nonresident && !ctx.m_volume)
+    next_item(tail).append("attrib list non-resident [not avail for parsing w/o image]");
+  if (entry.m_has_time_warning && !entry.m_time_warning.empty()) next_item(tail).append(entry.m_time_warning);
+  if (ctx.m_show_record_offset) {
+    next_item(tail).append("filerecord: ");
+    if (hex) {
+      tail.append("0x");
+      append_hex(tail, entry.m_record_offset, 8);
+    } else {
+      append_decimal(tail, entry.m_record_offset);
+    }
+  }
+  if (entry.m_filter_type) append_wide_note(next_item(tail), "type(", entry.m_filter_type_text, ")");
+  if (entry.m_filter_pattern) append_wide_note(next_item(tail), "pattern(", entry.m_filter_pattern_text, ")");
+  if (entry.m_filter_dir) append_wide_note(next_item(tail), "dir(", entry.m_filter_dir_text, ")");
+  if (entry.m_filter_inode) append_wide_note(next_item(tail), "inode(", entry.m_filter_inode_text, ")");
+  if (entry.m_filter_ext) append_wide_note(next_item(tail), "ext(", entry.m_filter_ext_text, ")");
+  if (entry.m_filter_name) append_wide_note(next_item(tail), "name(", entry.m_filter_name_text, ")");
+  if (!entry.m_zone_info.empty()) next_item(tail).append(zone_info_text(entry.m_zone_info));
+}
