@@ -1,9 +1,7 @@
 #include "tests/storage/orv_disk_image.h"
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include "storage/raw_disk_io.h"
@@ -70,16 +68,6 @@ TEST(RawDiskIo, OpenRefusals) {
   EXPECT_FALSE(d.open_path(orv::to_wide(fifo), false, 0));
   EXPECT_FALSE(d.is_open());
 
-  std::string sock_path = dir + "/sock";
-  int s = socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un addr{};
-  addr.sun_family = AF_UNIX;
-  snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", sock_path.c_str());
-  if (s >= 0 && bind(s, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0) {
-    EXPECT_FALSE(d.open_path(orv::to_wide(sock_path), false, 0));
-  }
-  if (s >= 0) ::close(s);
-
   // Kinds 1..3 with a path read as a file; anything else refuses.
   std::string file = dir + "/plain";
   testutil::write_file(file, pattern(600));
@@ -103,7 +91,6 @@ TEST(RawDiskIo, OpenRefusals) {
   d.close();
 
   unlink(fifo.c_str());
-  unlink(sock_path.c_str());
   unlink(file.c_str());
   unlink(empty.c_str());
   rmdir(dir.c_str());

@@ -166,6 +166,7 @@ TEST(ValidateVolume, FourKibSectorDisk) {
   EXPECT_EQ(o.m_text, "\nvolume offset [ 0x10000 ] : ntfs or exfat\n\nuse option [-offset 0x10000]\n");
   o = validate(b, 0x10000);
   EXPECT_TRUE(o.m_result);
+  EXPECT_EQ(o.m_text, "");
   b.resize(63 * 4096);  // one 4096-byte sector short of the volume's end
   o = validate(b, 0x10000);
   EXPECT_FALSE(o.m_result);
