@@ -192,7 +192,10 @@ const common_option k_common_options[] = {
        return true;
      }},
     {"-diags", form_value, [](cmd_params& p, const std::string& v, std::vector<std::string>& list) {
-       if (!p.open_diags(v)) {
+       // A FIFO or socket would block the open for writing; it counts as a log that cannot be opened.
+       struct stat st;
+       bool unusable = ::stat(v.c_str(), &st) == 0 && (S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode));
+       if (unusable || !p.open_diags(v)) {
          p.m_diags_path.clear();
          return true;
        }

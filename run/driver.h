@@ -22,3 +22,9 @@ int run_instances(mft_entries_ctx& ctx, uint32_t instance_count, const std::vect
 // Offset in the head of a child's results file where its rows begin (the first instance keeps its
 // heading line); npos when the place is not found there.
 size_t merge_start(const std::string& head, bool first_instance);
+struct instance_slice {
+  uint64_t m_start = 0;
+  uint64_t m_count = 0;
+};
+// Equal slices of the record range; the last one takes the remainder of the division.
+std::vector<instance_slice> instance_slices(uint64_t total, uint32_t instance_count, uint64_t first_start);

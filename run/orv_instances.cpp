@@ -114,6 +114,20 @@ bool is_blank_line(const std::string& text, size_t begin, size_t end) {
 
 }  // namespace
 
+std::vector<instance_slice> instance_slices(uint64_t total, uint32_t instance_count, uint64_t first_start) {
+  std::vector<instance_slice> out;
+  if (instance_count == 0) return out;
+  uint64_t size = total / instance_count;
+  uint64_t start = first_start;
+  for (uint32_t i = 0; i < instance_count; ++i) {
+    out.push_back({start, size});
+    start += size;
+    // The last slice takes the remainder; it is measured from the total, not from first_start.
+    if (i + 2 == instance_count) size = total > start ? total - start : 0;
+  }
+  return out;
+}
+
 // Where a child's rows begin: the first instance keeps its heading line, the others drop it.
 // npos when the place is not within the bytes given.
 size_t merge_start(const std::string& head, bool first_instance) {
@@ -179,12 +193,11 @@ int run_instances(mft_entries_ctx& c, uint32_t instance_count, const std::vector
   std::mt19937_64 generator(std::random_device{}());
   std::vector<std::string> names(instance_count);
   std::vector<std::unique_ptr<portable_thread>> threads(instance_count);
-  uint64_t slice = total / instance_count;
-  uint64_t start = c.m_mft_start;
+  const std::vector<instance_slice> slices = instance_slices(total, instance_count, c.m_mft_start);
   for (uint32_t i = 0; i < instance_count; ++i) {
     std::vector<std::string> args = base_args;
-    args.insert(args.end(), {"-mftstart", hex_text(start), "-mftrange", hex_text(slice), "-quiet", "-cpuinst",
-                             std::to_string(i)});
+    args.insert(args.end(), {"-mftstart", hex_text(slices[i].m_start), "-mftrange", hex_text(slices[i].m_count),
+                             "-quiet", "-cpuinst", std::to_string(i)});
     if (c.m_separate_files) {
       char number[16];
       snprintf(number, sizeof(number), "%05u", i + 1);
@@ -196,8 +209,6 @@ int run_instances(mft_entries_ctx& c, uint32_t instance_count, const std::vector
     args.push_back(names[i]);
     threads[i].reset(new portable_thread);
     threads[i]->start(child_body, std::move(args));
-    start += slice;
-    if (i + 2 == instance_count) slice = total > start ? total - start : 0;
   }
   fprintf(stderr, "%2d instances spawned\n", int(instance_count));
 

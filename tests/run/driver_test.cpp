@@ -195,4 +195,22 @@ TEST(Driver, MergeStartOfChildFiles) {
   EXPECT_EQ(merge_start("", true), std::string::npos);
 }
 
+TEST(Driver, InstanceSlices) {
+  auto counts = [](const std::vector<instance_slice>& slices) {
+    std::vector<uint64_t> out;
+    for (const instance_slice& s : slices) out.push_back(s.m_count);
+    return out;
+  };
+  std::vector<instance_slice> three = instance_slices(10, 3, 0);
+  EXPECT_EQ(counts(three), (std::vector<uint64_t>{3, 3, 4}));
+  EXPECT_EQ(three[2].m_start, 6u);
+  EXPECT_EQ(counts(instance_slices(8, 2, 0)), (std::vector<uint64_t>{4, 4}));
+  // With a first record other than 0 the last slice comes out short by that much.
+  std::vector<instance_slice> offset = instance_slices(10, 2, 4);
+  EXPECT_EQ(offset[1].m_start, 9u);
+  EXPECT_EQ(offset[1].m_count, 1u);
+  EXPECT_EQ(counts(instance_slices(2, 4, 0)), (std::vector<uint64_t>{0, 0, 0, 2}));
+  EXPECT_EQ(instance_slices(5, 1, 0)[0].m_count, 5u);
+}
+
 }  // namespace
