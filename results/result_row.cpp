@@ -1,5 +1,7 @@
 #include "results/result_row.h"
 
+#include <cstring>
+
 #include "base/results_stream.h"
 #include "run/cmd_params.h"
 
@@ -110,15 +112,23 @@ bool row_reset(result_row& row, uint32_t count) {
   return true;
 }
 
+namespace {
+
+void empty_cell(result_cell& cell) {
+  cell.m_kind = cell_none;
+  cell.m_flags = 0;
+  cell.m_text.clear();
+  cell.m_number = 0;
+  cell.m_bytes.clear();
+  cell.m_rendered_valid = false;
+}
+
+}  // namespace
+
 void row_clear(result_row& row) {
-  for (uint32_t i = 0; i < row.m_count; ++i) {
-    result_cell& cell = row.m_cells[i];
-    cell.m_kind = cell_none;
-    cell.m_flags = 0;
-    cell.m_text.clear();
-    cell.m_number = 0;
-    cell.m_bytes.clear();
-  }
+  for (uint32_t i = 0; i < row.m_count; ++i) empty_cell(row.m_cells[i]);
+  row.m_last_valid = false;
+  row.m_cache_filled = false;
 }
 
 bool set_number(result_row& row, int index, uint16_t kind, uint64_t value, uint32_t flags) {
@@ -128,6 +138,7 @@ bool set_number(result_row& row, int index, uint16_t kind, uint64_t value, uint3
   cell.m_flags = flags | row.m_default_flags;
   cell.m_number = value;
   cell.m_text.clear();
+  cell.m_rendered_valid = false;
   return true;
 }
 
@@ -138,10 +149,15 @@ std::string* text_slot(result_row& row, int index, uint32_t flags) {
   cell.m_flags = flags | row.m_default_flags;
   cell.m_number = 0;
   cell.m_text.clear();
+  cell.m_rendered_valid = false;
   return &cell.m_text;
 }
 
 bool set_text(result_row& row, int index, std::string_view text, uint32_t flags) {
+  if (!storable(row, index, cell_text)) return true;
+  result_cell& cell = row.m_cells[size_t(index)];
+  // Rows of one record store the same texts again; an unchanged cell keeps its rendering.
+  if (cell.m_kind == cell_text && cell.m_flags == (flags | row.m_default_flags) && cell.m_text == text) return true;
   if (std::string* slot = text_slot(row, index, flags)) slot->assign(text.data(), text.size());
   return true;
 }
@@ -153,13 +169,8 @@ bool set_wide_text(result_row& row, int index, const std::wstring& text, uint32_
 
 bool set_time(result_row& row, int index, uint16_t kind, uint64_t filetime, uint32_t flags) {
   if (!set_number(row, index, kind, filetime, flags)) return false;
-  if (kind == cell_time_split && storable(row, index, kind) && uint32_t(index) + 1 < row.m_count) {
-    result_cell& next = row.m_cells[size_t(index) + 1];
-    next.m_kind = cell_none;
-    next.m_flags = 0;
-    next.m_text.clear();
-    next.m_number = 0;
-  }
+  if (kind == cell_time_split && storable(row, index, kind) && uint32_t(index) + 1 < row.m_count)
+    empty_cell(row.m_cells[size_t(index) + 1]);
   return true;
 }
 
@@ -181,8 +192,15 @@ void layout_from_options(result_layout& layout, const cmd_params& options) {
 }
 
 void append_utf8_of(std::string& out, const std::wstring& text) {
-  for (wchar_t wc : text) {
-    uint32_t cp = uint32_t(wc);
+  // Names and paths are mostly ASCII: write those straight into the grown string.
+  size_t start = out.size();
+  out.resize(start + text.size());
+  char* ascii = &out[0] + start;
+  size_t i = 0;
+  for (; i < text.size() && uint32_t(text[i]) < 0x80; ++i) ascii[i] = char(text[i]);
+  out.resize(start + i);
+  for (; i < text.size(); ++i) {
+    uint32_t cp = uint32_t(text[i]);
     if (cp < 0x80) {
       out.push_back(char(cp));
     } else if (cp < 0x800) {
@@ -229,29 +247,39 @@ void append_decimal(std::string& out, uint64_t value) {
 void append_clean_text(std::string& out, std::string_view text, const result_layout& layout, bool quoted) {
   const char replace = quoted ? 0 : layout.m_replace_char;
   const bool tokens = layout.m_line_break_tokens;
+  const char* const data = text.data();
+  const size_t size = text.size();
   size_t plain = 0;  // start of the run not yet copied
-  for (size_t i = 0; i < text.size(); ++i) {
-    char c = text[i];
+  size_t i = 0;
+  while (true) {
+    // Most text has nothing to change: find the next candidate in a tight loop.
+    while (i < size && data[i] != replace && data[i] != '\r' && data[i] != '\n') ++i;
+    if (i >= size) break;
+    const char c = data[i];
     if (replace && c == replace) {
-      out.append(text.data() + plain, i - plain);
+      out.append(data + plain, i - plain);
       out.push_back(layout.m_replace_with);
-      plain = i + 1;
-    } else if (tokens && (c == '\r' || c == '\n')) {
-      out.append(text.data() + plain, i - plain);
-      char next = i + 1 < text.size() ? text[i + 1] : 0;
-      if (c == '\r' && next == '\n') {
-        out.append("[CRLF]");
-        ++i;
-      } else if (c == '\n' && next == '\r') {
-        out.append("[LFCR]");
-        ++i;
-      } else {
-        out.append(c == '\n' ? "[LF]" : "[CR]");
-      }
-      plain = i + 1;
+      plain = ++i;
+      continue;
     }
+    if (!tokens || (c != '\r' && c != '\n')) {
+      ++i;  // a NUL with no replacement set, or a line break outside the CSV family
+      continue;
+    }
+    out.append(data + plain, i - plain);
+    const char next = i + 1 < size ? data[i + 1] : 0;
+    if (c == '\r' && next == '\n') {
+      out.append("[CRLF]");
+      ++i;
+    } else if (c == '\n' && next == '\r') {
+      out.append("[LFCR]");
+      ++i;
+    } else {
+      out.append(c == '\n' ? "[LF]" : "[CR]");
+    }
+    plain = ++i;
   }
-  out.append(text.data() + plain, text.size() - plain);
+  out.append(data + plain, size - plain);
 }
 
 void render_header(std::string& line, const std::vector<result_column>& columns, const result_layout& layout) {
@@ -267,56 +295,128 @@ void render_header(std::string& line, const std::vector<result_column>& columns,
   line.push_back('\n');
 }
 
+namespace {
+
+// Renders cell `i` without separators in front; a split time cell also renders the column behind
+// it. Returns the number of columns used.
+size_t render_cell(std::string& line, result_row& row, size_t i, size_t count,
+                   const std::vector<result_column>& columns, const result_layout& layout) {
+  const result_column& column = columns[i];
+  const result_cell& cell = row.m_cells[i];
+  const size_t width = layout.m_no_padding ? 0 : column.m_width;
+  const uint32_t flags = cell.m_flags | column.m_flags;
+
+  if (is_integer_kind(cell.m_kind)) {
+    render_number(line, cell, flags, width, layout);
+  } else if (cell.m_kind == cell_text) {
+    size_t start = line.size();
+    const std::string& text = cell.m_text;
+    bool quoted = flags & cell_flag_quoted;
+    bool as_is = text.size() > 2 && text[0] == '{' && text[1] == '"';
+    if (quoted && !as_is) line.push_back('"');
+    append_clean_text(line, text, layout, quoted);
+    if (quoted && !as_is) line.push_back('"');
+    if (width) pad_from(line, start, width);
+  } else if (cell.m_kind == cell_time_joined) {
+    bool valid = time_text(row, cell.m_number, layout);
+    if (layout.m_blank_before_time) line.push_back(' ');
+    size_t start = line.size();
+    if (valid) {
+      line.append(row.m_cached_date);
+      line.push_back(' ');
+      line.append(row.m_cached_clock);
+    } else if (!layout.m_no_padding) {
+      line.push_back(' ');
+    }
+    if (width) pad_from(line, start, width);
+  } else if (cell.m_kind == cell_time_split) {
+    bool valid = time_text(row, cell.m_number, layout);
+    render_time_part(line, row.m_cached_date, valid, column.m_width, layout);
+    if (i + 1 < count) {
+      line.append(layout.m_separator);
+      render_time_part(line, row.m_cached_clock, valid, columns[i + 1].m_width, layout);
+      return 2;
+    }
+  } else {
+    // Empty or foreign cell: blank fill keeps the columns aligned.
+    if (layout.m_blank_before_time && is_time_kind(column.m_kind)) line.push_back(' ');
+    if (width) line.append(width, ' ');
+  }
+  return 1;
+}
+
+size_t row_columns(const result_row& row, const std::vector<result_column>& columns) {
+  return columns.size() < row.m_count ? columns.size() : row.m_count;
+}
+
+}  // namespace
+
 void render_row(std::string& line, result_row& row, const std::vector<result_column>& columns,
                 const result_layout& layout) {
-  size_t count = columns.size();
   if (row.m_disabled) return;
-  if (count > row.m_count) count = row.m_count;
-  for (size_t i = 0; i < count; ++i) {
-    const result_column& column = columns[i];
-    const result_cell& cell = row.m_cells[i];
-    const size_t width = layout.m_no_padding ? 0 : column.m_width;
-    const uint32_t flags = cell.m_flags | column.m_flags;
+  row.m_cache_filled = false;  // the layout may differ from that of the previous call
+  const size_t count = row_columns(row, columns);
+  for (size_t i = 0; i < count;) {
     if (i) line.append(layout.m_separator);
-
-    if (is_integer_kind(cell.m_kind)) {
-      render_number(line, cell, flags, width, layout);
-    } else if (cell.m_kind == cell_text) {
-      size_t start = line.size();
-      const std::string& text = cell.m_text;
-      bool quoted = flags & cell_flag_quoted;
-      bool as_is = text.size() > 2 && text[0] == '{' && text[1] == '"';
-      if (quoted && !as_is) line.push_back('"');
-      append_clean_text(line, text, layout, quoted);
-      if (quoted && !as_is) line.push_back('"');
-      pad_from(line, start, width);
-    } else if (cell.m_kind == cell_time_joined) {
-      bool valid = time_text(row, cell.m_number, layout);
-      if (layout.m_blank_before_time) line.push_back(' ');
-      size_t start = line.size();
-      if (valid) {
-        line.append(row.m_cached_date);
-        line.push_back(' ');
-        line.append(row.m_cached_clock);
-      } else if (!layout.m_no_padding) {
-        line.push_back(' ');
-      }
-      pad_from(line, start, width);
-    } else if (cell.m_kind == cell_time_split) {
-      bool valid = time_text(row, cell.m_number, layout);
-      render_time_part(line, row.m_cached_date, valid, column.m_width, layout);
-      if (i + 1 < count) {
-        ++i;
-        line.append(layout.m_separator);
-        render_time_part(line, row.m_cached_clock, valid, columns[i].m_width, layout);
-      }
-    } else {
-      // Empty or foreign cell: blank fill keeps the columns aligned.
-      if (layout.m_blank_before_time && is_time_kind(column.m_kind)) line.push_back(' ');
-      if (width) line.append(width, ' ');
-    }
+    i += render_cell(line, row, i, count, columns, layout);
   }
   line.push_back('\n');
+}
+
+const std::string& render_row_cached(result_row& row, const std::vector<result_column>& columns,
+                                     const result_layout& layout) {
+  std::string& line = row.m_next_line;
+  line.clear();
+  if (row.m_disabled) return line;
+  const size_t count = row_columns(row, columns);
+  const std::string& separator = layout.m_separator;
+  const std::string& last = row.m_last_line;
+  const bool reuse = row.m_last_valid && row.m_last_start.size() >= count;
+  row.m_last_start.resize(count);
+  row.m_last_end.resize(count);
+
+  // Unchanged cells come from the previous row, a run of neighbours (separators included) at a
+  // time: a row is many short pieces, and copying them one by one costs more than the bytes do.
+  size_t run_begin = 0, run_end = 0;
+  bool run_open = false;
+  auto flush_run = [&] {
+    if (run_open) line.append(last, run_begin, run_end - run_begin);
+    run_open = false;
+  };
+  size_t logical = 0;  // length of the new line including the pending run
+  for (size_t i = 0; i < count;) {
+    result_cell& cell = row.m_cells[i];
+    const size_t used = (cell.m_kind == cell_time_split && i + 1 < count) ? 2 : 1;
+    const size_t lead = i ? separator.size() : 0;
+    if (reuse && cell.m_rendered_valid) {
+      size_t begin = row.m_last_start[i] - lead, end = row.m_last_end[i];
+      if (run_open && run_end == begin) {
+        run_end = end;
+      } else {
+        flush_run();
+        run_begin = begin;
+        run_end = end;
+        run_open = true;
+      }
+      row.m_last_start[i] = uint32_t(logical + lead);
+      logical += end - begin;
+      row.m_last_end[i] = uint32_t(logical);
+    } else {
+      flush_run();
+      if (i) line.append(separator);
+      size_t start = line.size();
+      render_cell(line, row, i, count, columns, layout);
+      cell.m_rendered_valid = true;
+      row.m_last_start[i] = uint32_t(start);
+      row.m_last_end[i] = uint32_t(line.size());
+      logical = line.size();
+    }
+    i += used;
+  }
+  flush_run();
+  row.m_last_line.swap(row.m_next_line);
+  row.m_last_valid = true;
+  return row.m_last_line;
 }
 
 int add_column(result_table& table, uint16_t kind, uint32_t width, const std::string& name, uint32_t flags) {
@@ -354,7 +454,7 @@ void table_write_header(result_table& table, results_stream& out) {
 }
 
 void table_write_row(result_table& table, results_stream& out) {
-  table.m_line.clear();
-  render_row(table.m_line, table.m_row, table.m_columns, table.m_layout);
-  out.write(table.m_line);
+  if (table.m_row.m_disabled) return;
+  out.write(render_row_cached(table.m_row, table.m_columns, table.m_layout));
+  out.put('\n');
 }

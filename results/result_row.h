@@ -45,6 +45,9 @@ struct result_cell {
   std::string m_text;
   uint64_t m_number = 0;
   std::vector<uint8_t> m_bytes;  // only for kinds this walker does not write
+  // The previous row holds this cell's current rendering; most cells of a record's rows do not
+  // change, and such cells are copied from there in runs.
+  bool m_rendered_valid = false;
 };
 
 // How rows are laid out; taken once from the option set.
@@ -69,6 +72,13 @@ class result_row {
   uint32_t m_count = 0;
   uint32_t m_default_flags = 0;  // OR-ed into every stored cell
   bool m_disabled = false;
+
+  // The previous rendered row, without its line feed, and where each cell stood in it.
+  std::string m_last_line;
+  std::string m_next_line;
+  std::vector<uint32_t> m_last_start;
+  std::vector<uint32_t> m_last_end;
+  bool m_last_valid = false;
 
   // Last rendered instant: the rows of one timeline entry share it.
   uint64_t m_cached_time = 0;
@@ -99,6 +109,11 @@ void layout_from_options(result_layout& layout, const cmd_params& options);
 void render_header(std::string& line, const std::vector<result_column>& columns, const result_layout& layout);
 void render_row(std::string& line, result_row& row, const std::vector<result_column>& columns,
                 const result_layout& layout);
+// The same, without the line feed, re-rendering only the cells stored since the previous call
+// and copying the others from the previous row. The columns and the layout must be those of the
+// previous call; a table guarantees that (table_ready starts afresh).
+const std::string& render_row_cached(result_row& row, const std::vector<result_column>& columns,
+                                     const result_layout& layout);
 
 // Helpers of the renderers, also used by writers that build cell text themselves.
 void append_utf8_of(std::string& out, const std::wstring& text);

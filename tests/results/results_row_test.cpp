@@ -199,3 +199,32 @@ TEST(ResultRow, TableWritesTheHeaderOnce) {
   }
   EXPECT_EQ(testutil::read_text(path), "a, both\n1, \n2, \n");
 }
+
+TEST(ResultRow, CachedRowsMatchFreshRendering) {
+  result_table table;
+  table.m_layout = padded();
+  add_column(table, cell_text, 4, "a");
+  add_column(table, cell_int64, 10, "n");
+  add_time_columns(table, false, "date", "time", "");
+  add_column(table, cell_text, 6, "b");
+  add_column(table, cell_text, 0, "c");
+  table_ready(table, 0);
+  result_row& row = table.m_row;
+  const uint64_t t1 = testutil::filetime(2001, 2, 3, 4, 5, 6), t2 = testutil::filetime(2002, 3, 4);
+  struct step {
+    int m_column;
+    const char* m_text;
+    uint64_t m_number;
+  };
+  // Each step changes one cell, in turn at the start, middle and end of the row.
+  const step steps[] = {{0, "x", 0}, {1, nullptr, 7},   {2, nullptr, t1}, {5, "end", 0}, {4, "mid", 0},
+                        {0, "yy", 0}, {2, nullptr, t2}, {5, "", 0},       {1, nullptr, 8}, {4, "mid", 0}};
+  for (const step& s : steps) {
+    if (s.m_column == 2) set_time(row, 2, cell_time_split, s.m_number);
+    else if (s.m_text) set_text(row, s.m_column, s.m_text);
+    else set_number(row, s.m_column, cell_int64, s.m_number);
+    std::string fresh;
+    render_row(fresh, row, table.m_columns, table.m_layout);
+    EXPECT_EQ(render_row_cached(row, table.m_columns, table.m_layout) + "\n", fresh);
+  }
+}
