@@ -65,21 +65,67 @@ uint16_t entry_record::header_flags() const { return le16(m_header.data() + FR_F
 uint16_t entry_record::link_count() const { return le16(m_header.data() + FR_LINK_COUNT); }
 
 void entry_record::clear() {
-  // Keeps the capacity of the reused buffers; everything else starts over.
-  std::vector<uint8_t> raw = std::move(m_raw_record);
-  raw.clear();
-  *this = entry_record();
-  m_raw_record = std::move(raw);
+  // Called for every record of a scan: containers are emptied in place, so strings and vectors
+  // keep their capacity instead of being rebuilt.
+  m_source_name.clear();
+  m_has_attrib_list = m_attrib_list_nonresident = m_has_time_warning = false;
+  m_time_warning.clear();
+  m_inode = 0;
+  m_seq_num = 0;
+  m_header.fill(0);
+  m_raw_record.clear();
+  m_is_extension = false;
+  m_base_ref = 0;
+  m_std_infos.clear();
+  m_file_names.clear();
+  m_object_ids.clear();
+  m_volume_names.clear();
+  m_volume_infos.clear();
+  m_reparse_targets.clear();
+  m_index_roots.clear();
+  m_attribs.clear();
+  m_has_unnamed_data = false;
+  m_zone_buffer.clear();
+  m_zone_info.clear();
+  m_parent_names.clear();
+  m_name_index.clear();
+  m_hash_failed = false;
+  m_md5.fill(0);
+  m_sha1.fill(0);
+  m_sha256.fill(0);
+  m_has_md5 = m_has_sha1 = m_has_sha256 = false;
+  m_filter_inode = m_deleted_mark = m_filter_name = m_filter_ext = m_filter_dir = false;
+  m_filter_pattern = m_filter_type = m_time_mark = m_ads_mark = m_size_mark = false;
+  m_filter_inode_text.clear();
+  m_filter_name_text.clear();
+  m_filter_ext_text.clear();
+  m_filter_dir_text.clear();
+  m_filter_pattern_text.clear();
+  m_filter_type_text.clear();
+  m_record_offset = 0;
+  m_extracted_path.clear();
+  m_first_attrib_offset = 0;
 }
 
 std::string make_path_key(uint64_t parent_number, const std::string& name_utf8, uint64_t inode) {
+  static const char k_hex[] = "0123456789abcdef";
+  auto put_hex = [](std::string& out, uint64_t value) {
+    char digits[16];
+    int n = 0;
+    do {
+      digits[n++] = k_hex[value & 0xF];
+      value >>= 4;
+    } while (value);
+    for (int pad = n; pad < 8; ++pad) out.push_back('0');
+    while (n) out.push_back(digits[--n]);
+  };
   std::string key;
-  key.reserve(name_utf8.size() + 20);
-  key += orv::hex_digits(parent_number, 8);
+  key.reserve(name_utf8.size() + 34);
+  put_hex(key, parent_number);
   key += '_';
   key += name_utf8;
   key += '_';
-  key += orv::hex_digits(inode, 8);
+  put_hex(key, inode);
   return key;
 }
 
@@ -133,8 +179,11 @@ static void categorize_data(entry_record& entry, mft_entries_ctx& ctx, uint64_t 
   if ((zone || capture) && value.m_size) {
     item.m_value.assign(value.m_data, value.m_data + value.m_size);
     if (zone) entry.m_zone_buffer = item.m_value;
+    if (!zone) {
+      if (capture) entry.m_attribs.emplace(key, std::move(item));
+      return;
+    }
     if (capture) entry.m_attribs.emplace(key, item);
-    if (!zone) return;
   } else {
     auto it = entry.m_attribs.find(key);
     if (it != entry.m_attribs.end()) {
@@ -147,7 +196,8 @@ static void categorize_data(entry_record& entry, mft_entries_ctx& ctx, uint64_t 
           if ((attrib_key_type(j->first) & 0x80) && j->second.m_label == "unnamed data") { joined = j; break; }
       }
       if (joined != entry.m_attribs.end()) merge_run_lists(joined->second.m_runs, item.m_runs);
-      else entry.m_attribs.emplace(key, item);
+      else if (zone) entry.m_attribs.emplace(key, item);
+      else entry.m_attribs.emplace(key, std::move(item));
     }
     if (name.empty()) entry.m_has_unnamed_data = true;
     if (!zone) return;
@@ -177,19 +227,18 @@ static void categorize_file_name(entry_record& entry, const mft_entries_ctx& ctx
   for (uint64_t t : times)
     if (t == 0) { fn.m_time_anomaly = true; fn.m_anomaly_text = "null"; }
 
-  std::string name_utf8 = orv::to_utf8(fn.m_name);
-  fn.m_key = make_path_key(fn.parent_number(), name_utf8, inode);
+  fn.m_key = make_path_key(fn.parent_number(), orv::to_utf8(fn.m_name), inode);
   uint8_t ns = fn.name_space();
   uint64_t parent = fn.parent_ref();
-  std::string key = fn.m_key;
-  std::wstring name = fn.m_name;
-  entry.m_file_names.emplace(key, std::move(fn));
+  auto stored = entry.m_file_names.emplace(fn.m_key, std::move(fn));
   if (ns != 0 && ns % 2 == 0) return;  // a DOS-only name never names a path
-  parent_name pn;
-  pn.m_name = name;
-  pn.m_key = key;
-  entry.m_parent_names.emplace(parent, std::move(pn));
-  entry.m_name_index.emplace(orv::lowered(name), key);
+  const file_name_entry& kept = stored.first->second;
+  auto slot = entry.m_parent_names.try_emplace(parent);
+  if (slot.second) {
+    slot.first->second.m_name = kept.m_name;
+    slot.first->second.m_key = kept.m_key;
+  }
+  entry.m_name_index.emplace(orv::lowered(kept.m_name), kept.m_key);
 }
 
 bool categorize_attrib(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, const uint8_t* record,

@@ -161,7 +161,15 @@ size_t utf16_name_to_utf8(const uint8_t* bytes, int64_t length, std::string& out
 // ---- small text helpers --------------------------------------------------------------------
 
 void to_lower(std::wstring& text) {
-  for (wchar_t& c : text) c = wchar_t(std::towlower(wint_t(c)));
+  // Every name of every record is lowered once: plain ASCII skips the library's table lookup,
+  // which gives the same answer for it.
+  for (wchar_t& c : text) {
+    if (c < 0x80) {
+      if (c >= L'A' && c <= L'Z') c = wchar_t(c + 32);
+    } else {
+      c = wchar_t(std::towlower(wint_t(c)));
+    }
+  }
 }
 
 void to_lower(std::string& text) {
@@ -333,9 +341,21 @@ bool parse_size(const std::string& text, uint64_t& out) {
 
 std::string guid_text(const uint8_t* b) {
   if (!b) return std::string();
-  char text[40];
-  std::snprintf(text, sizeof text, "%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x", le32(b), le16(b + 4),
-                le16(b + 6), b[8], b[9], b[10], b[11], b[12], b[13], b[14], b[15]);
+  // "%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x": the first three groups are little-endian
+  // numbers, the last two plain bytes. Written by hand: every record with an object id calls this.
+  static const char k_hex[] = "0123456789abcdef";
+  static const int order[16] = {3, 2, 1, 0, -1, 5, 4, -1, 7, 6, -1, 8, 9, -1, 10, 11};
+  std::string text;
+  text.reserve(36);
+  for (int i : order) {
+    if (i < 0) { text.push_back('-'); continue; }
+    text.push_back(k_hex[b[i] >> 4]);
+    text.push_back(k_hex[b[i] & 0xF]);
+  }
+  for (int i = 12; i < 16; ++i) {
+    text.push_back(k_hex[b[i] >> 4]);
+    text.push_back(k_hex[b[i] & 0xF]);
+  }
   return text;
 }
 
