@@ -21,7 +21,8 @@ namespace {
 // NTFS writes records of 1 KiB or 4 KiB. A size field beyond 64 KiB is damage, and honouring it
 // would mean allocating up to 2 GiB for a single record.
 constexpr uint32_t MAX_RECORD_SIZE = 65536;
-// Read-ahead window for record reads: this many bytes of consecutive records per system call.
+// Read-ahead window for record reads: a walk gets this many bytes of consecutive records per
+// system call.
 constexpr uint64_t WINDOW_BYTES = 1 << 20;
 // An attribute list holds some 32 bytes per extent; 16 MiB is far beyond any real one, and bounds
 // what a lying run list of the list can make us allocate.
@@ -164,12 +165,12 @@ bool stats_attribute(const uint8_t* a, uint32_t alen, INODE_STATS& st, bool merg
       }
       orv::byte_span value = attr.sub(attr.u16(20), attr.u32(16));
       std::memset(st.m_file_name_raw, 0, sizeof st.m_file_name_raw);
-      std::memcpy(st.m_file_name_raw, value.m_data, std::min<size_t>(value.m_size, 68));
+      if (value.m_size) std::memcpy(st.m_file_name_raw, value.m_data, std::min<size_t>(value.m_size, 68));
       size_t bytes = size_t(value.u8(64)) * 2;
       orv::byte_span name = value.sub(66, bytes);
       st.m_wname.clear();
       st.m_name.clear();
-      orv::utf16_to_wide(name.m_data, int64_t(name.m_size), st.m_wname);
+      if (name.m_size) orv::utf16_to_wide(name.m_data, int64_t(name.m_size), st.m_wname);
       st.m_name = orv::to_utf8(st.m_wname);
       st.m_size = value.u64(48);
       break;
@@ -396,6 +397,8 @@ bool CNtfs::read_record_raw(uint64_t inode, std::vector<uint8_t>& out) {
     return true;
   }
   out.resize(rs);
+  uint64_t previous = m_last_inode;
+  m_last_inode = inode;
   if (m_window_count && inode >= m_window_first && inode - m_window_first < m_window_count) {
     std::memcpy(out.data(), m_window.data() + (inode - m_window_first) * m_filerec_size, rs);
     return true;
@@ -407,7 +410,11 @@ bool CNtfs::read_record_raw(uint64_t inode, std::vector<uint8_t>& out) {
   // Records come from the window only once the run list is final; while volume_open still
   // gathers extents, and for record 0 and unplaced records, each read stands alone. A record
   // past the last run reads position 0, the boot area, which the record tests then refuse.
-  if (!m_Validated || !located) return read_exact(m_disk.get(), m_volume_offset + pos, out.data(), rs);
+  // Only a walk refills the window: a read that follows the previous one or the window's end.
+  // A jump elsewhere (a parent lookup, an extension record) is read alone and leaves the window
+  // to the walk it interrupted.
+  bool walking = inode == previous + 1 || (m_window_count && inode == m_window_first + m_window_count);
+  if (!m_Validated || !located || !walking) return read_exact(m_disk.get(), m_volume_offset + pos, out.data(), rs);
 
   // Fill the window with the records that start in the same run from this one on: inside a run
   // the positions are consecutive, so each record sits where a direct read would find it.

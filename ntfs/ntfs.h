@@ -116,6 +116,7 @@ class CNtfs {
   std::vector<uint8_t> m_window;  // read-ahead of consecutive records
   uint64_t m_window_first = 0;
   uint64_t m_window_count = 0;
+  uint64_t m_last_inode = UINT64_MAX - 1;  // the record read last, to tell a walk from a jump
 };
 
 // Opens a volume on a path source at `offset`; nullptr when it does not validate.

@@ -183,9 +183,12 @@ TEST(volume_records, window_reads_match_direct_reads_in_any_order) {
   ASSERT_TRUE(v);
   ASSERT_EQ(v->mft_inode_count(), 32u);
   std::vector<uint64_t> order;
-  for (uint64_t n = 0; n < 36; ++n) order.push_back((n * 11) % 36);
-  order.push_back(13);
-  order.push_back(12);
+  for (uint64_t n = 0; n < 36; ++n) order.push_back(n);            // a walk across the runs
+  for (uint64_t n = 0; n < 36; ++n) order.push_back((n * 11) % 36);  // jumps
+  for (uint64_t n = 1; n < 20; ++n) {                               // a walk with lookups between
+    order.push_back(n);
+    order.push_back(31 - n);
+  }
   std::vector<uint8_t> rec;
   for (uint64_t n : order) {
     ASSERT_TRUE(v->read_record_raw(n, rec)) << n;
@@ -194,6 +197,23 @@ TEST(volume_records, window_reads_match_direct_reads_in_any_order) {
     EXPECT_TRUE(std::equal(rec.begin(), rec.end(), img.m_bytes.begin() + int64_t(pos))) << n;
   }
   EXPECT_FALSE(v->read_record(33, rec));
+}
+
+TEST(volume_records, a_walk_reads_ahead_in_one_piece) {
+  extents runs = {{4, 4}};
+  image img = make_volume(runs);
+  image_file f(img.m_bytes);
+  auto v = f.open();
+  ASSERT_TRUE(v);
+  std::vector<uint8_t> rec;
+  ASSERT_TRUE(v->read_record(1, rec));
+  ASSERT_TRUE(v->read_record(2, rec));  // a walk: records 2.. come in one read
+  // Records changed on the source after that read are still served from the read-ahead.
+  bytes changed = img.m_bytes;
+  std::memset(changed.data() + img.record_pos(runs, 9, 1024), 0, 1024);
+  testutil::write_file(f.m_path, changed);
+  ASSERT_TRUE(v->read_record(9, rec));
+  EXPECT_EQ(orv::le32(rec.data() + 44), 9u);
 }
 
 TEST(volume_records, read_record_restores_sector_tails) {
