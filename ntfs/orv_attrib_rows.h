@@ -59,3 +59,11 @@ struct copy_options {
 // failure part-way ends the copy with true and what was written so far.
 bool copy_attrib_data(CNtfs* volume, const attrib_row& row, std::ostream& out, const copy_options& options,
                       uint64_t& total);
+
+// The rows of record `inode`: with `with_header_row`, first the record summary, one row per
+// standard information and per file name, then every attribute in key order; without it only the
+// index root and index allocation rows. False when the record cannot be read.
+bool list_attribs(CNtfs& volume, uint64_t inode, std::vector<attrib_row>& rows, bool with_header_row);
+// Copies the unnamed data stream of record `inode` to `out`. False when it has none or the copy
+// fails.
+bool read_named_data(CNtfs& volume, uint64_t inode, std::ostream& out, const copy_options& options, uint64_t& total);

@@ -1,0 +1,122 @@
+// The attributes of one record as rows, taken from its categorised entry, and the copy of the
+// unnamed data stream that rests on them.
+#include "ntfs/orv_attrib_rows.h"
+
+#include <algorithm>
+
+#include "analysis/entry_record.h"
+#include "base/orv_le.h"
+#include "base/orv_string.h"
+#include "ntfs/ntfs.h"
+#include "run/mft_entries_ctx.h"
+
+namespace {
+
+// The summary row: (update sequence count - 1) x 512 as the size, and the record's state in
+// bits: 1 not in use, 2 directory, 4 always, the low 4 bits of the link count from bit 3 on,
+// 0x80 an extension of another record.
+attrib_row summary_row(const entry_record& entry) {
+  attrib_row row;
+  row.m_type = ROW_RECORD_SUMMARY;
+  row.m_inode = entry.m_inode;
+  row.m_sequence = entry.m_seq_num;
+  uint16_t count = orv::le16(entry.m_header.data() + FR_USA_COUNT);
+  row.m_record_size = count ? uint32_t(count - 1) * 512 : 0;
+  row.m_base_ref = entry.m_base_ref;
+  uint32_t bits = 0x4 | (uint32_t(entry.link_count() & 0xF) << 3);
+  if (!entry.in_use()) bits |= 0x1;
+  if (entry.is_directory()) bits |= 0x2;
+  if (entry.m_base_ref) bits |= 0x80;
+  row.m_record_bits = bits;
+  return row;
+}
+
+void item_row(const entry_record& entry, const attrib_item& item, attrib_key key, uint32_t record_size, attrib_row& row) {
+  row.m_type = item.type();
+  row.m_id = item.id();
+  row.m_flags = item.flags();
+  row.m_key = key;
+  row.m_non_resident = item.non_resident();
+  row.m_name = orv::to_utf8(item.m_name);
+  if (row.m_non_resident) {
+    row.m_inode = entry.m_base_ref ? orv::ref_number(entry.m_base_ref) : entry.m_inode;
+    row.m_allocated_size = item.allocated_size();
+    row.m_real_size = item.real_size();
+    row.m_valid_size = item.valid_size();
+    row.m_compressed_size = item.compressed_size();
+    row.m_compression_unit = uint8_t(item.compression_unit());
+    row.m_runs = item.m_runs;
+    return;
+  }
+  row.m_value_length = item.value_length();
+  if (row.m_value_length < record_size) row.m_value = item.m_value;
+  if (row.m_type == 0x60 && item.m_name.empty() && !item.m_value.empty())
+    orv::utf16_to_utf8(item.m_value.data(), item.m_value.size(), row.m_text);
+  if (row.m_type == 0x40 && item.m_value.size() == 16) row.m_text = orv::guid_text(item.m_value.data());
+}
+
+}  // namespace
+
+bool list_attribs(CNtfs& volume, uint64_t inode, std::vector<attrib_row>& rows, bool with_header_row) {
+  // A context of its own, bound to the volume but not owning it, with the debug log off.
+  mft_entries_ctx ctx;
+  ctx.m_volume = &volume;
+  ctx.m_owns_volume = 0;
+  ctx.m_diags_on = 0;
+  entry_record entry;
+  bool ok = read_entry(entry, ctx, inode, true) && !entry.m_raw_record.empty();
+  ctx.m_volume = nullptr;
+  if (!ok) return false;
+
+  if (with_header_row) {
+    rows.push_back(summary_row(entry));
+    for (const auto& kv : entry.m_std_infos) {
+      attrib_row row;
+      row.m_type = 0x10;
+      row.m_id = kv.first;
+      row.m_key = make_attrib_key(0x10, kv.first);
+      row.m_inode = entry.m_inode;
+      const si_entry& si = kv.second;
+      row.m_times[0] = si.created();
+      row.m_times[1] = si.modified();
+      row.m_times[2] = si.mft_modified();
+      row.m_times[3] = si.accessed();
+      row.m_file_flags = si.flags();
+      rows.push_back(row);
+    }
+    for (const auto& kv : entry.m_file_names) {
+      attrib_row row;
+      const file_name_entry& fn = kv.second;
+      row.m_type = 0x30;
+      row.m_id = fn.m_attrib_id;
+      row.m_key = make_attrib_key(0x30, fn.m_attrib_id);
+      row.m_inode = entry.m_inode;
+      row.m_times[0] = fn.created();
+      row.m_times[1] = fn.modified();
+      row.m_times[2] = fn.mft_modified();
+      row.m_times[3] = fn.accessed();
+      row.m_allocated_size = fn.allocated_size();
+      row.m_real_size = fn.real_size();
+      row.m_file_flags = fn.flags();
+      row.m_name = orv::to_utf8(fn.m_name);
+      rows.push_back(row);
+    }
+  }
+  for (const auto& kv : entry.m_attribs) {
+    const attrib_item& item = kv.second;
+    if (!with_header_row && item.type() != 0x90 && item.type() != 0xA0) continue;
+    attrib_row row;
+    item_row(entry, item, kv.first, volume.record_size(), row);
+    rows.push_back(std::move(row));
+  }
+  return true;
+}
+
+bool read_named_data(CNtfs& volume, uint64_t inode, std::ostream& out, const copy_options& options, uint64_t& total) {
+  total = 0;
+  std::vector<attrib_row> rows;
+  if (!list_attribs(volume, inode, rows, true)) return false;
+  for (const attrib_row& row : rows)
+    if (row.m_type == 0x80 && row.m_name.empty()) return copy_attrib_data(&volume, row, out, options, total);
+  return false;
+}
