@@ -21,6 +21,8 @@ namespace {
 // NTFS writes records of 1 KiB or 4 KiB. A size field beyond 64 KiB is damage, and honouring it
 // would mean allocating up to 2 GiB for a single record.
 constexpr uint32_t MAX_RECORD_SIZE = 65536;
+// Below this a record cannot even hold its header and update sequence array.
+constexpr uint32_t MIN_RECORD_SIZE = 256;
 // Read-ahead window for record reads: a walk gets this many bytes of consecutive records per
 // system call.
 constexpr uint64_t WINDOW_BYTES = 1 << 20;
@@ -319,7 +321,7 @@ bool CNtfs::volume_open(uint64_t* mft_pos) {
     m_mft_cluster_per_record_fixed = per_record;
   }
   if (m_mft_record_size == 0) m_mft_record_size = 1024;
-  if (m_mft_record_size > MAX_RECORD_SIZE) return false;
+  if (m_mft_record_size > MAX_RECORD_SIZE || m_mft_record_size < MIN_RECORD_SIZE) return false;
   m_total_clusters = spc ? m_boot.total_sectors() / spc : 0;
   if (m_boot.mft_lcn() > (UINT64_MAX - m_volume_offset) / uint64_t(m_cluster_size) - 1) return false;
   m_mft_file_pos = uint64_t(m_cluster_size) * m_boot.mft_lcn();
@@ -343,7 +345,7 @@ bool CNtfs::volume_open(uint64_t* mft_pos) {
   // The allocated size at offset 28 is the stride of records inside the MFT. A value that cannot
   // be a record size falls back to the record size itself.
   m_filerec_size = le32(rec.data() + 28);
-  if (m_filerec_size < 256 || m_filerec_size > MAX_RECORD_SIZE) m_filerec_size = m_mft_record_size;
+  if (m_filerec_size < MIN_RECORD_SIZE || m_filerec_size > MAX_RECORD_SIZE) m_filerec_size = m_mft_record_size;
   m_first_record = rec;
 
   read_inode_stats(0, m_first_record, m_mft_info);

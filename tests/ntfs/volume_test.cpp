@@ -132,6 +132,11 @@ TEST(volume_geometry, refuses_what_is_not_an_ntfs_volume) {
   huge_record.m_bytes[64] = 0xE1;
   EXPECT_FALSE(image_file(huge_record.m_bytes).open());
 
+  // 8-byte records cannot hold a record header.
+  image tiny_record = good;
+  tiny_record.m_bytes[64] = 0xFD;
+  EXPECT_FALSE(image_file(tiny_record.m_bytes).open());
+
   image far_mft = good;
   orv::put_le64(far_mft.m_bytes.data() + 48, uint64_t(1) << 62);
   EXPECT_FALSE(image_file(far_mft.m_bytes).open());
