@@ -27,27 +27,35 @@ int64_t find_run(const data_run_list& runs, uint64_t vcn, int64_t hint) {
   return -1;
 }
 
-// The part of one cluster that a read delivers.
-struct cluster_piece {
-  uint64_t m_pos;    // byte position inside the volume
-  uint64_t m_dest;   // offset in the caller's buffer
-  uint32_t m_bytes;
+// Bytes of consecutive clusters that lie back to back on the volume and go to consecutive places
+// of the caller's buffer: read with one call.
+struct cluster_span {
+  uint64_t m_pos = 0;    // byte position inside the volume
+  uint64_t m_dest = 0;   // offset in the caller's buffer
+  uint64_t m_bytes = 0;
+  uint64_t m_clusters = 0;
 };
 
-// Reads a run of pieces that lie back to back on the volume with one call. When that fails the
-// pieces are read one at a time, so exactly those before the first bad cluster are delivered.
-// Returns the number of pieces delivered.
-size_t read_pieces(CNtfs& volume, const std::vector<cluster_piece>& pieces, uint8_t* buffer) {
-  if (pieces.empty()) return 0;
-  uint64_t span = pieces.back().m_pos + pieces.back().m_bytes - pieces.front().m_pos;
-  uint32_t got = uint32_t(span);
-  if (volume.read_volume(pieces.front().m_pos, buffer + pieces.front().m_dest, got) && got == span)
-    return pieces.size();
-  for (size_t i = 0; i < pieces.size(); ++i) {
-    uint32_t one = pieces[i].m_bytes;
-    if (!volume.read_volume(pieces[i].m_pos, buffer + pieces[i].m_dest, one) || one != pieces[i].m_bytes) return i;
+// Reads a span; when the single read fails the span is read again cluster by cluster, so exactly
+// the clusters before the first bad one are delivered. Gives the bytes and clusters delivered.
+void read_span(CNtfs& volume, const cluster_span& span, uint8_t* buffer, uint64_t& bytes, uint64_t& clusters) {
+  bytes = clusters = 0;
+  if (span.m_bytes == 0) return;
+  uint32_t got = uint32_t(span.m_bytes);
+  if (volume.read_volume(span.m_pos, buffer + span.m_dest, got) && got == span.m_bytes) {
+    bytes = span.m_bytes;
+    clusters = span.m_clusters;
+    return;
   }
-  return pieces.size();
+  uint64_t c = volume.cluster_size();
+  while (bytes < span.m_bytes) {
+    uint64_t pos = span.m_pos + bytes;
+    uint32_t one = uint32_t(std::min(c - pos % c, span.m_bytes - bytes));
+    uint32_t want = one;
+    if (!volume.read_volume(pos, buffer + span.m_dest + bytes, one) || one != want) return;
+    bytes += one;
+    ++clusters;
+  }
 }
 
 }  // namespace
@@ -63,16 +71,17 @@ bool read_stream(CNtfs& volume, const data_run_list& runs, uint64_t position, ui
   flags = 0x8;
   if ((v0 & 0xFFFF) == 0) flags = v0 + 16 == v1 ? 0x38 : 0x18;
 
-  std::vector<cluster_piece> pending;  // pieces back to back on the volume, not read yet
-  uint64_t planned = 0;                // bytes of the buffer given out to clusters so far
-  uint64_t delivered = 0;              // bytes actually in the buffer
-  uint64_t clusters = 0;               // clusters delivered
+  cluster_span pending;    // clusters back to back on the volume, not read yet
+  uint64_t planned = 0;    // bytes of the buffer given out to clusters so far
+  uint64_t delivered = 0;  // bytes actually in the buffer
+  uint64_t clusters = 0;   // clusters delivered
   auto flush = [&]() {
-    size_t ok = read_pieces(volume, pending, buffer);
-    for (size_t i = 0; i < ok; ++i) delivered += pending[i].m_bytes;
-    clusters += ok;
-    bool all = ok == pending.size();
-    pending.clear();
+    uint64_t bytes = 0, count = 0;
+    read_span(volume, pending, buffer, bytes, count);
+    delivered += bytes;
+    clusters += count;
+    bool all = bytes == pending.m_bytes;
+    pending = cluster_span();
     return all;
   };
 
@@ -110,15 +119,19 @@ bool read_stream(CNtfs& volume, const data_run_list& runs, uint64_t position, ui
       break;
     }
     uint64_t pos = lcn * c + off;
-    if (!pending.empty()) {
-      const cluster_piece& last = pending.back();
-      bool adjacent = last.m_pos + last.m_bytes == pos;
-      if ((!adjacent || pos + n - pending.front().m_pos > (1u << 30)) && !flush()) {
+    bool adjacent = pending.m_bytes && pending.m_pos + pending.m_bytes == pos;
+    if (pending.m_bytes && (!adjacent || pending.m_bytes + n > (1u << 30))) {
+      if (!flush()) {
         failed = true;
         break;
       }
     }
-    pending.push_back({pos, planned, uint32_t(n)});
+    if (!pending.m_bytes) {
+      pending.m_pos = pos;
+      pending.m_dest = planned;
+    }
+    pending.m_bytes += n;
+    ++pending.m_clusters;
     planned += n;
   }
   if (!failed) flush();

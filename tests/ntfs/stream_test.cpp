@@ -151,6 +151,12 @@ TEST_F(read_stream_test, refusals_and_failed_reads) {
   ASSERT_TRUE(read_stream(*m_vol, runs, 0, buf.data(), length, flags));
   EXPECT_EQ(length, 2 * C);  // the first bad cluster ends the read
 
+  // A run that leaves the source part-way: the clusters before its end still come.
+  length = 4 * C;
+  ASSERT_TRUE(read_stream(*m_vol, {run(126, 0, 4)}, 100, buf.data(), length, flags));
+  EXPECT_EQ(length, 2 * C - 100);
+  EXPECT_EQ(buf[C - 100], m_img[127 * C]);
+
   length = C;
   EXPECT_FALSE(read_stream(*m_vol, runs, 2 * C, buf.data(), length, flags));
   EXPECT_EQ(length, 0u);
