@@ -64,9 +64,65 @@ uint64_t attrib_item::stream_size() const {
 uint16_t entry_record::header_flags() const { return le16(m_header.data() + FR_FLAGS); }
 uint16_t entry_record::link_count() const { return le16(m_header.data() + FR_LINK_COUNT); }
 
+// ---- recycled nodes ---------------------------------------------------------------------------
+
+struct entry_node_pools {
+  std::vector<std::map<uint16_t, si_entry>::node_type> m_si;
+  std::vector<std::map<std::string, file_name_entry>::node_type> m_fn;
+  std::vector<std::map<uint16_t, oid_entry>::node_type> m_oid;
+  std::vector<std::map<attrib_key, attrib_item>::node_type> m_attr;
+  std::vector<std::map<uint64_t, parent_name>::node_type> m_parent;
+  std::vector<std::map<std::wstring, std::string>::node_type> m_index;
+  // Scratch text of the decoder.
+  std::wstring m_wide;
+  std::wstring m_lower;
+  std::string m_narrow;
+  std::string m_key;
+  data_run_list m_runs;
+};
+
+entry_pool_holder::entry_pool_holder() = default;
+entry_pool_holder::entry_pool_holder(const entry_pool_holder&) {}
+entry_pool_holder& entry_pool_holder::operator=(const entry_pool_holder&) { return *this; }
+entry_pool_holder::~entry_pool_holder() = default;
+entry_node_pools& entry_pool_holder::get() {
+  if (!m_pools) m_pools = std::make_unique<entry_node_pools>();
+  return *m_pools;
+}
+
+// A record with thousands of links must not leave thousands of nodes behind for the rest of the run.
+static constexpr size_t k_pool_limit = 256;
+
+template <class Map>
+static void recycle(Map& map, std::vector<typename Map::node_type>& pool) {
+  while (!map.empty() && pool.size() < k_pool_limit) pool.push_back(map.extract(map.begin()));
+  map.clear();
+}
+
+// Inserts `key` with a recycled node when one is at hand. The mapped value of a recycled node
+// still holds the previous record's content: callers overwrite every field. First insert wins.
+template <class Map, class Key>
+static std::pair<typename Map::iterator, bool> pooled_insert(Map& map, std::vector<typename Map::node_type>& pool,
+                                                             const Key& key) {
+  if (pool.empty()) return map.try_emplace(key);
+  auto found = map.find(key);
+  if (found != map.end()) return {found, false};
+  typename Map::node_type node = std::move(pool.back());
+  pool.pop_back();
+  node.key() = key;
+  auto result = map.insert(std::move(node));
+  return {result.position, true};
+}
+
 void entry_record::clear() {
-  // Called for every record of a scan: containers are emptied in place, so strings and vectors
-  // keep their capacity instead of being rebuilt.
+  // Called for every record of a scan: nodes go back to the pools and strings keep their capacity.
+  entry_node_pools& pools = m_pools.get();
+  recycle(m_std_infos, pools.m_si);
+  recycle(m_file_names, pools.m_fn);
+  recycle(m_object_ids, pools.m_oid);
+  recycle(m_attribs, pools.m_attr);
+  recycle(m_parent_names, pools.m_parent);
+  recycle(m_name_index, pools.m_index);
   m_source_name.clear();
   m_has_attrib_list = m_attrib_list_nonresident = m_has_time_warning = false;
   m_time_warning.clear();
@@ -76,19 +132,13 @@ void entry_record::clear() {
   m_raw_record.clear();
   m_is_extension = false;
   m_base_ref = 0;
-  m_std_infos.clear();
-  m_file_names.clear();
-  m_object_ids.clear();
   m_volume_names.clear();
   m_volume_infos.clear();
   m_reparse_targets.clear();
   m_index_roots.clear();
-  m_attribs.clear();
   m_has_unnamed_data = false;
   m_zone_buffer.clear();
   m_zone_info.clear();
-  m_parent_names.clear();
-  m_name_index.clear();
   m_hash_failed = false;
   m_md5.fill(0);
   m_sha1.fill(0);
@@ -107,25 +157,30 @@ void entry_record::clear() {
   m_first_attrib_offset = 0;
 }
 
-std::string make_path_key(uint64_t parent_number, const std::string& name_utf8, uint64_t inode) {
+static void append_hex8(std::string& out, uint64_t value) {
   static const char k_hex[] = "0123456789abcdef";
-  auto put_hex = [](std::string& out, uint64_t value) {
-    char digits[16];
-    int n = 0;
-    do {
-      digits[n++] = k_hex[value & 0xF];
-      value >>= 4;
-    } while (value);
-    for (int pad = n; pad < 8; ++pad) out.push_back('0');
-    while (n) out.push_back(digits[--n]);
-  };
-  std::string key;
-  key.reserve(name_utf8.size() + 34);
-  put_hex(key, parent_number);
+  char digits[16];
+  int n = 0;
+  do {
+    digits[n++] = k_hex[value & 0xF];
+    value >>= 4;
+  } while (value);
+  for (int pad = n; pad < 8; ++pad) out.push_back('0');
+  while (n) out.push_back(digits[--n]);
+}
+
+static void build_path_key(std::string& key, uint64_t parent_number, const std::string& name_utf8, uint64_t inode) {
+  key.clear();
+  append_hex8(key, parent_number);
   key += '_';
   key += name_utf8;
   key += '_';
-  put_hex(key, inode);
+  append_hex8(key, inode);
+}
+
+std::string make_path_key(uint64_t parent_number, const std::string& name_utf8, uint64_t inode) {
+  std::string key;
+  build_path_key(key, parent_number, name_utf8, inode);
   return key;
 }
 
@@ -135,110 +190,176 @@ static bool source_ready(const mft_entries_ctx& ctx) {
   return ctx.m_mftfile != nullptr || (ctx.m_volume && ctx.m_volume->validated());
 }
 
-static void fill_item(attrib_item& item, const attrib_view& attr, const std::string& label, uint64_t inode) {
-  item = attrib_item();
+// A new stored attribute under `key`, filled from `attr`; nullptr when the key is taken.
+static attrib_item* new_item(entry_record& entry, attrib_key key, const attrib_view& attr, const char* label,
+                             const std::wstring& name, uint64_t inode) {
+  auto slot = pooled_insert(entry.m_attribs, entry.m_pools.get().m_attr, key);
+  if (!slot.second) return nullptr;
+  attrib_item& item = slot.first->second;
+  item.m_name = name;
   item.m_label = label;
   item.m_raw_attrib.assign(attr.m_bytes.m_data, attr.m_bytes.m_data + attr.m_bytes.m_size);
+  item.m_text.clear();
+  item.m_spare.clear();
+  item.m_is_ads = false;
+  item.m_is_data = false;
+  item.m_security_text.clear();
+  item.m_runs.clear();
+  item.m_value.clear();
+  item.m_head.clear();
   item.m_inode = inode;
   if (attr.non_resident()) attribute_run_list(attr.m_bytes.m_data, uint32_t(attr.m_bytes.m_size), item.m_runs);
+  return &item;
 }
 
 // A like attribute already stored under the key with the same name takes the new extent's runs;
 // one with another name keeps its place and the new one is dropped.
-static void store_merged(entry_record& entry, attrib_key key, attrib_item&& item) {
-  auto it = entry.m_attribs.find(key);
-  if (it == entry.m_attribs.end()) {
-    entry.m_attribs.emplace(key, std::move(item));
-    return;
-  }
-  if (it->second.m_name == item.m_name) merge_run_lists(it->second.m_runs, item.m_runs);
+static void merge_into(entry_record& entry, attrib_item& stored, const attrib_view& attr) {
+  data_run_list& runs = entry.m_pools.get().m_runs;
+  runs.clear();
+  if (attr.non_resident()) attribute_run_list(attr.m_bytes.m_data, uint32_t(attr.m_bytes.m_size), runs);
+  merge_run_lists(stored.m_runs, runs);
 }
 
-static void read_zone_stream(entry_record& entry, mft_entries_ctx& ctx, const attrib_item& item) {
-  if (!entry.m_zone_buffer.empty() || item.m_runs.empty() || !ctx.m_volume) return;
+static void store_merged(entry_record& entry, attrib_key key, const attrib_view& attr, const char* label,
+                         const std::wstring& name, uint64_t inode) {
+  auto it = entry.m_attribs.find(key);
+  if (it == entry.m_attribs.end()) new_item(entry, key, attr, label, name, inode);
+  else if (it->second.m_name == name) merge_into(entry, it->second, attr);
+}
+
+// Stored under `key` with the value captured, or merged like any other.
+static void store_captured_or_merged(entry_record& entry, attrib_key key, const attrib_view& attr, const char* label,
+                                     const std::wstring& name, uint64_t inode, bool capture) {
+  byte_span value = attr.non_resident() ? byte_span() : attr.value();
+  if (capture && value.m_size) {
+    if (attrib_item* item = new_item(entry, key, attr, label, name, inode))
+      item->m_value.assign(value.m_data, value.m_data + value.m_size);
+  } else {
+    store_merged(entry, key, attr, label, name, inode);
+  }
+}
+
+// A non-resident Zone.Identifier is read through the volume, 4096 bytes at the most.
+static void read_zone_stream(entry_record& entry, mft_entries_ctx& ctx, const attrib_view& attr) {
+  if (!entry.m_zone_buffer.empty() || !attr.non_resident() || !ctx.m_volume) return;
+  data_run_list& runs = entry.m_pools.get().m_runs;
+  runs.clear();
+  if (!attribute_run_list(attr.m_bytes.m_data, uint32_t(attr.m_bytes.m_size), runs) || runs.empty()) return;
+  uint64_t size = std::max(attr.real_size(), attr.initialised_size());
   entry.m_zone_buffer.resize(4096);
-  uint64_t length = entry.m_zone_buffer.size();
+  uint64_t length = std::min<uint64_t>(entry.m_zone_buffer.size(), std::max<uint64_t>(size, 1));
   uint32_t flags = 0x1;  // skip sparse clusters
-  if (!read_stream(*ctx.m_volume, item.m_runs, 0, entry.m_zone_buffer.data(), length, flags))
-    entry.m_zone_buffer.clear();
-  else
-    entry.m_zone_buffer.resize(std::min<uint64_t>(length, std::max<uint64_t>(item.stream_size(), 1)));
+  if (!read_stream(*ctx.m_volume, runs, 0, entry.m_zone_buffer.data(), length, flags)) entry.m_zone_buffer.clear();
+  else entry.m_zone_buffer.resize(std::min<uint64_t>(length, entry.m_zone_buffer.size()));
 }
 
 static void categorize_data(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, const attrib_view& attr,
                             const std::wstring& name, bool capture) {
   attrib_key key = make_attrib_key(AT_DATA, attr.id());
-  attrib_item item;
-  fill_item(item, attr, name.empty() ? "unnamed data" : "ads", inode);
-  item.m_name = name;
-  item.m_is_data = true;
-  item.m_is_ads = !name.empty();
+  const char* label = name.empty() ? "unnamed data" : "ads";
   bool zone = !name.empty() && ctx.m_include_zoneinfo && name == L"Zone.Identifier";
   byte_span value = attr.non_resident() ? byte_span() : attr.value();
+  auto mark = [&](attrib_item* item) {
+    if (!item) return;
+    item->m_is_data = true;
+    item->m_is_ads = !name.empty();
+  };
 
   if ((zone || capture) && value.m_size) {
-    item.m_value.assign(value.m_data, value.m_data + value.m_size);
-    if (zone) entry.m_zone_buffer = item.m_value;
-    if (!zone) {
-      if (capture) entry.m_attribs.emplace(key, std::move(item));
-      return;
+    // Without capture a resident Zone.Identifier is known by the zone map alone, not as a stream.
+    if (zone) entry.m_zone_buffer.assign(value.m_data, value.m_data + value.m_size);
+    if (capture) {
+      attrib_item* item = new_item(entry, key, attr, label, name, inode);
+      mark(item);
+      if (item) item->m_value.assign(value.m_data, value.m_data + value.m_size);
     }
-    if (capture) entry.m_attribs.emplace(key, item);
+    if (!zone) return;
   } else {
     auto it = entry.m_attribs.find(key);
     if (it != entry.m_attribs.end()) {
-      if (it->second.m_name == item.m_name) merge_run_lists(it->second.m_runs, item.m_runs);
+      if (it->second.m_name == name) merge_into(entry, it->second, attr);
     } else {
-      auto joined = entry.m_attribs.end();
+      attrib_item* joined = nullptr;
       if (name.empty() && entry.m_has_unnamed_data) {
         // Extents of one unnamed stream may carry different attribute ids: join them.
-        for (auto j = entry.m_attribs.begin(); j != entry.m_attribs.end(); ++j)
-          if ((attrib_key_type(j->first) & 0x80) && j->second.m_label == "unnamed data") { joined = j; break; }
+        for (auto& kv : entry.m_attribs)
+          if ((attrib_key_type(kv.first) & 0x80) && kv.second.m_label == "unnamed data") {
+            joined = &kv.second;
+            break;
+          }
       }
-      if (joined != entry.m_attribs.end()) merge_run_lists(joined->second.m_runs, item.m_runs);
-      else if (zone) entry.m_attribs.emplace(key, item);
-      else entry.m_attribs.emplace(key, std::move(item));
+      if (joined) merge_into(entry, *joined, attr);
+      else mark(new_item(entry, key, attr, label, name, inode));
     }
     if (name.empty()) entry.m_has_unnamed_data = true;
     if (!zone) return;
   }
-  read_zone_stream(entry, ctx, item);
+  read_zone_stream(entry, ctx, attr);
   parse_zone_identifier(entry.m_zone_buffer.data(), entry.m_zone_buffer.size(), entry.m_zone_info);
+}
+
+static void wide_to_utf8(std::string& out, const std::wstring& wide) {
+  out.clear();
+  for (wchar_t c : wide) {
+    if (uint32_t(c) < 0x80) out.push_back(char(c));
+    else if (uint32_t(c) > 0x10FFFF) break;
+    else orv::append_utf8(out, uint32_t(c));
+  }
 }
 
 static void categorize_file_name(entry_record& entry, const mft_entries_ctx& ctx, uint64_t inode,
                                  const attrib_view& attr) {
   byte_span value = attr.value();
   if (!value.m_size) return;
-  file_name_entry fn;
-  std::memcpy(fn.m_raw.data(), value.m_data, std::min<size_t>(value.m_size, fn.m_raw.size()));
-  uint8_t name_units = value.u8(64);
+  entry_node_pools& pools = entry.m_pools.get();
+  std::array<uint8_t, 68> raw{};
+  std::memcpy(raw.data(), value.m_data, std::min<size_t>(value.m_size, raw.size()));
+  uint8_t name_units = raw[64];
+  pools.m_wide.clear();
   if (name_units) {
     byte_span chars = value.sub(66, size_t(name_units) * 2);
-    orv::utf16_to_wide(chars.m_data, int64_t(chars.m_size), fn.m_name);
+    orv::utf16_to_wide(chars.m_data, int64_t(chars.m_size), pools.m_wide);
   }
-  fn.m_is_dos_name = value.u8(65) == 2;
+  wide_to_utf8(pools.m_narrow, pools.m_wide);
+  build_path_key(pools.m_key, orv::le48(raw.data()), pools.m_narrow, inode);
+  auto slot = pooled_insert(entry.m_file_names, pools.m_fn, pools.m_key);
+  if (!slot.second) return;  // the first attribute under a key stays
+  file_name_entry& fn = slot.first->second;
+  fn.m_key = pools.m_key;
+  fn.m_raw = raw;
+  fn.m_name = pools.m_wide;
+  fn.m_is_dos_name = raw[65] == 2;
+  fn.m_time_anomaly = false;
+  fn.m_anomaly_text.clear();
   fn.m_attrib_id = attr.id();
   fn.m_inode = inode;
+  fn.m_use_count = 1;
   const uint64_t times[4] = {fn.created(), fn.modified(), fn.mft_modified(), fn.accessed()};
   if (ctx.m_future_limit)
     for (uint64_t t : times)
-      if (t > ctx.m_future_limit) { fn.m_time_anomaly = true; fn.m_anomaly_text = "future"; }
+      if (t > ctx.m_future_limit) {
+        fn.m_time_anomaly = true;
+        fn.m_anomaly_text = "future";
+      }
   for (uint64_t t : times)
-    if (t == 0) { fn.m_time_anomaly = true; fn.m_anomaly_text = "null"; }
+    if (t == 0) {
+      fn.m_time_anomaly = true;
+      fn.m_anomaly_text = "null";
+    }
 
-  fn.m_key = make_path_key(fn.parent_number(), orv::to_utf8(fn.m_name), inode);
-  uint8_t ns = fn.name_space();
-  uint64_t parent = fn.parent_ref();
-  auto stored = entry.m_file_names.emplace(fn.m_key, std::move(fn));
+  uint8_t ns = raw[65];
   if (ns != 0 && ns % 2 == 0) return;  // a DOS-only name never names a path
-  const file_name_entry& kept = stored.first->second;
-  auto slot = entry.m_parent_names.try_emplace(parent);
-  if (slot.second) {
-    slot.first->second.m_name = kept.m_name;
-    slot.first->second.m_key = kept.m_key;
+  auto parent = pooled_insert(entry.m_parent_names, pools.m_parent, fn.parent_ref());
+  if (parent.second) {
+    parent.first->second.m_name = fn.m_name;
+    parent.first->second.m_key = fn.m_key;
+    parent.first->second.m_path.clear();
   }
-  entry.m_name_index.emplace(orv::lowered(kept.m_name), kept.m_key);
+  pools.m_lower = fn.m_name;
+  orv::to_lower(pools.m_lower);
+  auto index = pooled_insert(entry.m_name_index, pools.m_index, pools.m_lower);
+  if (index.second) index.first->second = fn.m_key;
 }
 
 bool categorize_attrib(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, const uint8_t* record,
@@ -256,18 +377,18 @@ bool categorize_attrib(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode
   if (attr.has_name()) orv::utf16_to_wide(attr.m_bytes.at(attr.name_offset()), int64_t(attr.name_length()) * 2, name);
   byte_span value = attr.non_resident() ? byte_span() : attr.value();
   attrib_key key = make_attrib_key(type, attr.id());
-  attrib_item item;
+  entry_node_pools& pools = entry.m_pools.get();
 
   switch (type) {
     case AT_STANDARD_INFORMATION: {
       if (!value.m_size) break;
-      si_entry si;
+      auto slot = pooled_insert(entry.m_std_infos, pools.m_si, attr.id());
+      if (!slot.second) break;
+      si_entry& si = slot.first->second;
+      si.m_value.fill(0);
       std::memcpy(si.m_value.data(), value.m_data, std::min<size_t>(value.m_size, si.m_value.size()));
-      if (!si.created() || !si.modified() || !si.mft_modified() || !si.accessed()) {
-        si.m_time_anomaly = true;
-        si.m_anomaly_text = "null";
-      }
-      entry.m_std_infos.emplace(attr.id(), si);
+      si.m_time_anomaly = !si.created() || !si.modified() || !si.mft_modified() || !si.accessed();
+      si.m_anomaly_text = si.m_time_anomaly ? "null" : "";
       break;
     }
     case AT_ATTRIBUTE_LIST:
@@ -278,35 +399,31 @@ bool categorize_attrib(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode
       break;
     case AT_OBJECT_ID: {
       if (attr.non_resident() || attr.value_offset() == 0 || attr.value_length() < 16) break;
-      oid_entry oid;
+      auto slot = pooled_insert(entry.m_object_ids, pools.m_oid, attr.id());
+      if (!slot.second) break;
+      oid_entry& oid = slot.first->second;
+      oid.m_ids.fill(0);
       byte_span ids = attr.m_bytes.sub(attr.value_offset(), oid.m_ids.size());
       std::memcpy(oid.m_ids.data(), ids.m_data, ids.m_size);
       oid.m_value_length = attr.value_length();
       oid.m_guid_text = orv::guid_text(oid.m_ids.data());
-      entry.m_object_ids.emplace(attr.id(), oid);
-      fill_item(item, attr, "obj id", inode);
-      item.m_name = name;
-      item.m_text = oid.m_guid_text;
-      entry.m_attribs.emplace(key, std::move(item));
+      if (attrib_item* item = new_item(entry, key, attr, "obj id", name, inode)) item->m_text = oid.m_guid_text;
       break;
     }
     case AT_SECURITY_DESCRIPTOR:
-      fill_item(item, attr, "security descr", inode);
-      item.m_name = name;
       if (!attr.non_resident()) {
-        if (value.m_size) item.m_value.assign(value.m_data, value.m_data + value.m_size);
-        entry.m_attribs.emplace(key, std::move(item));
+        if (attrib_item* item = new_item(entry, key, attr, "security descr", name, inode))
+          if (value.m_size) item->m_value.assign(value.m_data, value.m_data + value.m_size);
       } else {
-        store_merged(entry, key, std::move(item));
+        store_merged(entry, key, attr, "security descr", name, inode);
       }
       break;
     case AT_VOLUME_NAME:
       entry.m_volume_names.emplace(key, name);
-      fill_item(item, attr, "vol name", inode);
-      item.m_name = name;
-      if (!name.empty()) item.m_text = orv::to_utf8(name);
-      else if (value.m_size) orv::utf16_to_utf8(value.m_data, value.m_size, item.m_text);
-      entry.m_attribs.emplace(key, std::move(item));
+      if (attrib_item* item = new_item(entry, key, attr, "vol name", name, inode)) {
+        if (!name.empty()) item->m_text = orv::to_utf8(name);
+        else if (value.m_size) orv::utf16_to_utf8(value.m_data, value.m_size, item->m_text);
+      }
       break;
     case AT_VOLUME_INFORMATION: {
       if (!value.m_size) break;
@@ -314,55 +431,41 @@ bool categorize_attrib(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode
       std::memcpy(info.m_value.data(), value.m_data, std::min<size_t>(value.m_size, info.m_value.size()));
       info.m_text = volume_version_text(info.m_value[8], info.m_value[9]);
       entry.m_volume_infos.emplace(key, info);
-      fill_item(item, attr, "vol info", inode);
-      item.m_name = name;
-      item.m_text = info.m_text;
-      entry.m_attribs.emplace(key, std::move(item));
+      if (attrib_item* item = new_item(entry, key, attr, "vol info", name, inode)) item->m_text = info.m_text;
       break;
     }
     case AT_DATA:
       categorize_data(entry, ctx, inode, attr, name, capture);
       break;
     case AT_INDEX_ROOT:
-    case AT_INDEX_ALLOCATION:
-    case AT_BITMAP:
-    case AT_LOGGED_UTILITY_STREAM: {
-      fill_item(item, attr, attrib_kind_label(type, !name.empty()), inode);
-      item.m_name = name;
-      if (type == AT_INDEX_ROOT && value.m_size) {
+      if (value.m_size) {
         std::array<uint8_t, 16> head{};
         std::memcpy(head.data(), value.m_data, std::min<size_t>(value.m_size, head.size()));
         entry.m_index_roots.emplace(name, head);
       }
-      if (capture && value.m_size) {
-        item.m_value.assign(value.m_data, value.m_data + value.m_size);
-        entry.m_attribs.emplace(key, std::move(item));
-      } else {
-        store_merged(entry, key, std::move(item));
-      }
+      store_captured_or_merged(entry, key, attr, "indx root", name, inode, capture);
       break;
-    }
+    case AT_INDEX_ALLOCATION:
+      store_captured_or_merged(entry, key, attr, "indx alloc", name, inode, capture);
+      break;
+    case AT_BITMAP:
+      store_captured_or_merged(entry, key, attr, "bitmap", name, inode, capture);
+      break;
+    case AT_LOGGED_UTILITY_STREAM:
+      store_captured_or_merged(entry, key, attr, "logged stream", name, inode, capture);
+      break;
     case AT_REPARSE_POINT: {
       if (attr.non_resident() || attr.value_offset() == 0 || attr.value_length() < 17) break;
       std::wstring target;
       if (!reparse_target(value, target)) break;
       entry.m_reparse_targets.emplace(key, target);
-      fill_item(item, attr, "reparse point", inode);
-      item.m_name = name;
-      item.m_text = orv::to_utf8(target);
-      entry.m_attribs.emplace(key, std::move(item));
+      if (attrib_item* item = new_item(entry, key, attr, "reparse point", name, inode)) item->m_text = orv::to_utf8(target);
       break;
     }
     default: {
-      attrib_key pseudo = make_attrib_key(AT_END, attr.id());
-      fill_item(item, attr, attrib_kind_label(type, !name.empty()), inode);
-      item.m_name = name;
-      if (capture && value.m_size) {
-        item.m_value.assign(value.m_data, value.m_data + value.m_size);
-        entry.m_attribs.emplace(pseudo, std::move(item));
-      } else {
-        store_merged(entry, pseudo, std::move(item));
-      }
+      // Types without a decoder of their own share the pseudo type and differ by attribute id.
+      std::string label = attrib_kind_label(type, !name.empty());
+      store_captured_or_merged(entry, make_attrib_key(AT_END, attr.id()), attr, label.c_str(), name, inode, capture);
       break;
     }
   }

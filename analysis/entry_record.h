@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -113,6 +114,18 @@ struct parent_name {
   std::string m_key;  // path key of the file name
 };
 
+// Map nodes of a cleared entry, kept for the next record, so that a scan that reuses one entry
+// does not allocate and free the same nodes and strings for every record. A copy starts empty.
+struct entry_node_pools;
+struct entry_pool_holder {
+  entry_pool_holder();
+  entry_pool_holder(const entry_pool_holder&);
+  entry_pool_holder& operator=(const entry_pool_holder&);
+  ~entry_pool_holder();
+  entry_node_pools& get();
+  std::unique_ptr<entry_node_pools> m_pools;
+};
+
 class entry_record {
  public:
   entry_record() = default;
@@ -167,6 +180,7 @@ class entry_record {
   uint64_t m_record_offset = 0;
   std::wstring m_extracted_path;
   uint16_t m_first_attrib_offset = 0;
+  entry_pool_holder m_pools;
 
   uint16_t header_flags() const;
   uint16_t link_count() const;
