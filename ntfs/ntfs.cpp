@@ -416,12 +416,28 @@ bool CNtfs::read_record_raw(uint64_t inode, std::vector<uint8_t>& out) {
   // A jump elsewhere (a parent lookup, an extension record) is read alone and leaves the window
   // to the walk it interrupted.
   bool walking = inode == previous + 1 || (m_window_count && inode == m_window_first + m_window_count);
+  if (located && left < rs) {
+    // A record larger than a cluster can begin in one run of $MFT and end in the next: each
+    // piece is read where its own run puts it.
+    uint64_t byte = inode * m_filerec_size;
+    for (uint32_t done = 0; done < rs;) {
+      uint64_t piece_pos = 0, piece_left = 0;
+      if (!mft_locate(m_mft_info.m_data_runs, cluster_size(), byte + done, piece_pos, piece_left) || piece_left == 0)
+        return false;
+      uint32_t piece = uint32_t(std::min<uint64_t>(piece_left, rs - done));
+      if (piece_pos > UINT64_MAX - m_volume_offset ||
+          !read_exact(m_disk.get(), m_volume_offset + piece_pos, out.data() + done, piece))
+        return false;
+      done += piece;
+    }
+    return true;
+  }
   if (!m_Validated || !located || !walking) return read_exact(m_disk.get(), m_volume_offset + pos, out.data(), rs);
 
-  // Fill the window with the records that start in the same run from this one on: inside a run
-  // the positions are consecutive, so each record sits where a direct read would find it.
+  // Fill the window with the whole records that lie in the same run from this one on: inside a
+  // run the positions are consecutive, so each record sits where a direct read would find it.
   uint64_t stride = m_filerec_size;
-  uint64_t in_run = (left + stride - 1) / stride;
+  uint64_t in_run = left < rs ? 1 : (left - rs) / stride + 1;
   uint64_t fit = rs >= WINDOW_BYTES ? 1 : (WINDOW_BYTES - rs) / stride + 1;
   uint64_t n = std::min(in_run, fit);
   uint64_t bytes = (n - 1) * stride + rs;

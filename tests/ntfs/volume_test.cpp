@@ -369,3 +369,31 @@ TEST(volume_open, missing_source_fails) {
   EXPECT_FALSE(v.volume_open());
   EXPECT_FALSE(open_volume_path(L"/nonexistent/brimlock/volume.img", 0));
 }
+
+TEST(volume_records, a_record_split_between_two_runs_is_read_piece_by_piece) {
+  // 512-byte clusters: record 1 starts in the last cluster of the first run (LCN 6) and ends in
+  // the first cluster of the second (LCN 40).
+  extents runs = {{4, 3}, {40, 5}};
+  image img(128, 1);
+  img.m_mft_lcn = 4;
+  img.boot();
+  auto place = [&](uint64_t n, const bytes& record) {
+    for (uint64_t half = 0; half < 2; ++half) {
+      bytes piece(record.begin() + int64_t(half * 512), record.begin() + int64_t(half * 512 + 512));
+      uint64_t vcn = n * 2 + half;
+      uint64_t lcn = vcn < 3 ? 4 + vcn : 40 + (vcn - 3);
+      img.put(lcn * 512, piece);
+    }
+  };
+  place(0, testvol::mft_record(runs, 512).build());
+  for (uint32_t n = 1; n < 4; ++n) place(n, testvol::plain_record(n));
+  image_file f(img.m_bytes);
+  auto v = f.open();
+  ASSERT_TRUE(v);
+  std::vector<uint8_t> rec;
+  for (uint64_t pass = 0; pass < 2; ++pass)  // a walk, then the same records as lookups
+    for (uint64_t n : {1, 2, 3, 1}) {
+      ASSERT_TRUE(v->read_record_raw(n, rec)) << n;
+      EXPECT_EQ(rec, testvol::plain_record(uint32_t(n))) << n;  // both halves, each from its own run
+    }
+}
