@@ -138,8 +138,17 @@ static bool scan_end(mft_entries_ctx& ctx) {
 static void scan_record(entry_record& entry, std::vector<uint8_t>& buffer, uint64_t inode, results_stream& out,
                         mft_entries_ctx& ctx) {
   bool bad = false;
-  if (!mft_fixup_read(buffer, bad, ctx, inode) || buffer.empty()) return;
-  if (bad) log_line(ctx, "mft entry %llu has bad filerecord", (unsigned long long)inode);
+  if (!mft_fixup_read(buffer, bad, ctx, inode) || buffer.empty()) {
+    log_line(ctx, "err: mftfixup %llx", (unsigned long long)inode);
+    return;
+  }
+  if (bad) {
+    // A "BAAD" record failed its multi-sector write: its sectors cannot be trusted, so it is
+    // reported and skipped, never decoded.
+    log_line(ctx, "err: recd bad %llx", (unsigned long long)inode);
+    log_line(ctx, "mft entry %llu has bad filerecord", (unsigned long long)inode);
+    return;
+  }
   if (!select_record(entry, buffer, uint32_t(buffer.size()), inode, ctx)) return;
   entry.m_record_offset = ctx.m_show_record_offset ? uint64_t(ctx.record_size()) * inode : 0;
   write_selected(entry, out, ctx);

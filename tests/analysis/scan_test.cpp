@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <set>
 #include <sstream>
 
@@ -109,4 +110,31 @@ TEST(Scan, SourceOpensOnceAndClosesAtTheEnd) {
   EXPECT_FALSE(ensure_source_open(none));
   none.m_mftfile_path = L"/nonexistent/mft.bin";
   EXPECT_FALSE(ensure_source_open(none));
+}
+
+TEST(Scan, DamagedRecordsAreSkippedAndLogged) {
+  mft_image image = volume();
+  auto baad = file(ref(20, 1), u"torn.txt").build();
+  std::memcpy(baad.data(), "BAAD", 4);
+  image.m_records[24] = baad;
+  auto wide = file(ref(20, 1), u"wide.txt").build();
+  wide[6] = 10;  // update sequence count above 9
+  image.m_records[25] = wide;
+  auto late = file(ref(20, 1), u"late.txt").build();
+  late[20] = 73;  // first attribute offset above 72
+  image.m_records[26] = late;
+  auto ctx = open_mft(image, "damaged");
+  ASSERT_TRUE(ctx);
+  std::string log = make_temp_dir("diags") + "/diags.log";
+  ASSERT_TRUE(ctx->open_diags(log));
+  ctx->m_diags_on = 1;
+  std::set<uint64_t> rows = scanned(*ctx);
+  ctx->close_diags();
+  EXPECT_FALSE(rows.count(24) || rows.count(25) || rows.count(26));
+  EXPECT_TRUE(rows.count(23) && rows.count(27));  // the walk goes on past them
+  std::string text = read_text(log);
+  EXPECT_NE(text.find("->err: fixup_mft type: BAAD\n->err: recd bad 18\n->mft entry 24 has bad filerecord\n"),
+            std::string::npos);
+  EXPECT_NE(text.find("->err: mftfixup 19\n"), std::string::npos);
+  EXPECT_NE(text.find("->err: mftfixup 1a\n"), std::string::npos);
 }
