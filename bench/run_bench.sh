@@ -1,0 +1,125 @@
+#!/bin/bash
+# Throughput figures of brimlock; prints them and nothing else. Not part of the test suite.
+#
+#   bench/run_bench.sh [BRIMLOCK] [RECORDS]
+#
+# BRIMLOCK: the built binary (default: the first of build*/brimlock next to the repository).
+# RECORDS:  size of the synthesised $MFT (default 1000000).
+# Cache (big files, kept between runs): $BENCH_CACHE, default /work/bench-cache.
+#
+# 1. An extracted $MFT of RECORDS records, cloned from the feature fixture's $MFT
+#    (bench/synth_mft.py): default format and -csv, both written to a file, next to `cat` of the
+#    same $MFT.
+# 2. A volume image with many files, made once with mkntfs and ntfs-3g (needs root and FUSE;
+#    skipped otherwise): `brimlock -image X -csv` next to `fls -r -m / X` (sleuthkit), when fls
+#    is installed.
+set -euo pipefail
+
+HERE="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
+REPO="$(dirname "$HERE")"
+BIN="${1:-}"
+if [ -z "$BIN" ]; then
+  for b in "$REPO"/build*/brimlock "$REPO"/../build*/brimlock; do
+    [ -x "$b" ] && { BIN="$b"; break; }
+  done
+fi
+[ -x "$BIN" ] || { echo "usage: $0 BRIMLOCK [RECORDS]  (no built brimlock found)" >&2; exit 1; }
+RECORDS="${2:-1000000}"
+CACHE="${BENCH_CACHE:-/work/bench-cache}"
+IMAGE_FILES="${BENCH_IMAGE_FILES:-200000}"
+mkdir -p "$CACHE"
+OUT="$(mktemp -d /tmp/brimlock-bench.XXXXXX)"
+trap 'rm -rf "$OUT"' EXIT
+
+# Runs a command under /usr/bin/time -v; sets WALL (seconds) and RSS (KiB).
+measure() {
+  local log="$OUT/time.log"
+  /usr/bin/time -v -o "$log" "$@" >/dev/null 2>"$OUT/stderr" || {
+    echo "command failed: $*" >&2; tail -5 "$OUT/stderr" >&2; return 1; }
+  WALL=$(awk -F': ' '/Elapsed \(wall clock\)/ {n = split($2, t, ":"); s = 0; for (i = 1; i <= n; i++) s = s * 60 + t[i]; print s}' "$log")
+  RSS=$(awk -F': ' '/Maximum resident set size/ {print $2}' "$log")
+}
+rate() { awk -v n="$1" -v s="$2" 'BEGIN { if (s <= 0) s = 0.001; printf "%.0f", n / s }'; }
+mib() { awk -v n="$1" 'BEGIN { printf "%.1f", n / 1048576 }'; }
+
+row() { # label wall rss records rows bytes
+  printf '%-34s %8.2f s %12s rec/s %12s rows/s %9s MiB/s out %8s MiB RSS\n' "$1" "$2" \
+    "$( [ "$4" = - ] && echo - || rate "$4" "$2")" "$( [ "$5" = - ] && echo - || rate "$5" "$2")" \
+    "$( [ "$6" = - ] && echo - || mib "$(rate "$6" "$2")")" "$(mib $(( $3 * 1024 )))"
+}
+
+echo "brimlock: $BIN"
+echo "cpu: $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ //'), $(nproc) cores"
+echo
+
+# --- 1. synthesised $MFT ------------------------------------------------------------------
+SRC="$CACHE/feature.mft"
+MFT="$CACHE/synth-$RECORDS.mft"
+gzip -dc "$REPO/tests/fixtures/data/feature.mft.gz" >"$SRC"
+[ -f "$MFT" ] || python3 "$HERE/synth_mft.py" "$SRC" "$MFT" "$RECORDS" >/dev/null
+MFT_BYTES=$(stat -c %s "$MFT")
+echo "extracted \$MFT: $RECORDS records, $(mib "$MFT_BYTES") MiB ($MFT)"
+cat "$MFT" >/dev/null  # warm the page cache, as for every run below
+
+measure cat "$MFT"
+row "cat \$MFT" "$WALL" "$RSS" "$RECORDS" - "$MFT_BYTES"
+
+for fmt in default csv; do
+  res="$OUT/$fmt.txt"
+  args=(-mftfile "$MFT" -quiet -out "$res")
+  [ "$fmt" = csv ] && args+=(-csv)
+  measure "$BIN" "${args[@]}"
+  rows=$(( $(wc -l <"$res") - 4 ))
+  bytes=$(stat -c %s "$res")
+  row "brimlock -mftfile ($fmt)" "$WALL" "$RSS" "$RECORDS" "$rows" "$bytes"
+  measure cat "$res"
+  row "  cat of its results ($(mib "$bytes") MiB)" "$WALL" "$RSS" - - "$bytes"
+  rm -f "$res"
+done
+echo
+
+# --- 2. volume image with many files ---------------------------------------------------------
+IMG="$CACHE/many-$IMAGE_FILES.img"
+if [ ! -f "$IMG" ]; then
+  if [ "$(id -u)" != 0 ] || ! command -v mkntfs >/dev/null || ! command -v ntfs-3g >/dev/null || [ ! -e /dev/fuse ]; then
+    echo "image case skipped: building $IMG needs root, mkntfs, ntfs-3g and FUSE"
+    exit 0
+  fi
+  echo "building $IMG ($IMAGE_FILES files, once) ..."
+  MNT="$OUT/mnt"
+  mkdir -p "$MNT"
+  truncate -s 1G "$IMG.tmp"
+  mkntfs -F -q -f -c 4096 -L MANY "$IMG.tmp" >/dev/null 2>&1
+  ntfs-3g -o no_def_opts "$IMG.tmp" "$MNT"
+  python3 - "$MNT" "$IMAGE_FILES" <<'EOF'
+import os, sys
+m, n = sys.argv[1], int(sys.argv[2])
+per = 1000
+for i in range(n):
+    d = '%s/d%03d' % (m, i // per)
+    if i % per == 0:
+        os.mkdir(d)
+    with open('%s/file-%06d.txt' % (d, i), 'wb') as f:
+        if i % 10 == 0:
+            f.write(b'x' * 2000)
+EOF
+  sync
+  umount "$MNT"
+  mv "$IMG.tmp" "$IMG"
+fi
+echo "volume image: $IMG, $(du -m "$IMG" | cut -f1) MiB on disk"
+cat "$IMG" >/dev/null
+res="$OUT/image.csv"
+measure "$BIN" -image "$IMG" -csv -quiet -out "$res"
+rows=$(( $(wc -l <"$res") - 4 ))
+recs=$(awk -F, 'NR > 4 {print $1}' "$res" | sort -u | wc -l)
+row "brimlock -image -csv" "$WALL" "$RSS" "$recs" "$rows" "$(stat -c %s "$res")"
+rm -f "$res"
+if command -v fls >/dev/null; then
+  measure sh -c "fls -r -m / '$IMG' > '$OUT/fls.body'"
+  lines=$(wc -l <"$OUT/fls.body")
+  row "fls -r -m / (sleuthkit)" "$WALL" "$RSS" - "$lines" "$(stat -c %s "$OUT/fls.body")"
+  rm -f "$OUT/fls.body"
+else
+  echo "fls not installed: no comparison"
+fi
