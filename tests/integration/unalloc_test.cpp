@@ -1,0 +1,68 @@
+// The free-cluster pass: a file record copied into a cluster that $Bitmap shows as free is found,
+// numbered from its own header, and written with the "unalloc" type.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "base/orv_string.h"
+#include "ntfs/ntfs.h"
+#include "ntfs/orv_attrib_rows.h"
+#include "tests/integration/fixture_util.h"
+
+namespace {
+// A cluster past `from` whose whole bitmap byte is clear, so its neighbours are free too.
+uint64_t free_cluster(const std::string& image, uint64_t from) {
+  auto volume = open_volume_path(orv::to_wide(image), 0);
+  if (!volume) return 0;
+  std::ostringstream bitmap;
+  uint64_t total = 0;
+  if (!read_named_data(*volume, 6, bitmap, copy_options(), total)) return 0;
+  std::string bits = bitmap.str();
+  for (uint64_t byte = from / 8; byte < bits.size(); ++byte)
+    if (bits[byte] == 0) return byte * 8 + 3;
+  return 0;
+}
+}  // namespace
+
+TEST(Unallocated, PlantedRecordIsFoundInFreeSpace) {
+  std::string source = fixtures::path("feature.img");
+  std::string mft = fixtures::path("feature.mft");
+  ASSERT_FALSE(source.empty() || mft.empty());
+  std::string dir = fixtures::scratch_dir("unalloc");
+  std::string image = dir + "/planted.img";
+  testutil::write_text(image, testutil::read_text(source));
+  uint64_t cluster = free_cluster(image, 1000);
+  ASSERT_NE(cluster, 0u);
+  // Record 0x42 (readme.txt) goes into the second record slot of the free cluster.
+  std::string record = testutil::read_text(mft).substr(0x42 * 1024, 1024);
+  uint64_t offset = cluster * 4096 + 1024;
+  {
+    std::fstream f(image, std::ios::in | std::ios::out | std::ios::binary);
+    f.seekp(std::streamoff(offset));
+    f.write(record.data(), std::streamsize(record.size()));
+  }
+  auto r = fixtures::run_brimlock("-image " + fixtures::q(image) + " -filter_unalloc_clusters -csv -quiet -filerecord_offset");
+  EXPECT_EQ(r.status, 0);
+  fixtures::results rows = fixtures::parse_results(r.out, ",", 2);
+  ASSERT_FALSE(rows.rows.empty()) << r.out;
+  char expected_offset[40];
+  std::snprintf(expected_offset, sizeof expected_offset, "filerecord: 0x%08llx", (unsigned long long)offset);
+  for (size_t i = 0; i < rows.rows.size(); ++i) {
+    EXPECT_EQ(rows.cell(i, "mft entry"), "0x00000042");
+    EXPECT_EQ(rows.cell(i, "type"), "unalloc");
+    EXPECT_EQ(rows.cell(i, "name"), "readme.txt");
+    EXPECT_EQ(rows.cell(i, "path"), "[root]\\");
+    EXPECT_NE(rows.cell(i, "other info").find(expected_offset), std::string::npos) << rows.cell(i, "other info");
+  }
+  // Both passes into one results stream: the live rows first, then the recovered copy.
+  r = fixtures::run_brimlock("-image " + fixtures::q(image) + " -filter_all_clusters -csv -quiet");
+  rows = fixtures::parse_results(r.out, ",", 2);
+  ASSERT_GT(rows.rows.size(), 4u);
+  EXPECT_EQ(rows.cell(rows.rows.size() - 1, "type"), "unalloc");
+  EXPECT_NE(rows.cell(0, "type"), "unalloc");
+  // An extracted $MFT has no free clusters: only the banner.
+  r = fixtures::run_brimlock("-mftfile " + fixtures::q(mft) + " -filter_unalloc_clusters -csv -quiet");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out.find("mft entry"), std::string::npos) << r.out;
+}
