@@ -192,6 +192,7 @@ bool select_record(entry_record& entry, const std::vector<uint8_t>& record, uint
   entry.clear();
   entry.m_source_name = ctx.m_source_text;
   entry.m_inode = inode;
+  if (record.empty()) return false;
   record_size = std::min<uint32_t>(record_size, uint32_t(record.size()));
   std::memcpy(entry.m_header.data(), record.data(), std::min<size_t>(record.size(), entry.m_header.size()));
   entry.m_seq_num = orv::le16(entry.m_header.data() + FR_SEQUENCE);
