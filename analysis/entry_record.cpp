@@ -404,7 +404,7 @@ bool categorize_attrib(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode
       oid_entry& oid = slot.first->second;
       oid.m_ids.fill(0);
       byte_span ids = attr.m_bytes.sub(attr.value_offset(), oid.m_ids.size());
-      std::memcpy(oid.m_ids.data(), ids.m_data, ids.m_size);
+      if (ids.m_size) std::memcpy(oid.m_ids.data(), ids.m_data, ids.m_size);
       oid.m_value_length = attr.value_length();
       oid.m_guid_text = orv::guid_text(oid.m_ids.data());
       if (attrib_item* item = new_item(entry, key, attr, "obj id", name, inode)) item->m_text = oid.m_guid_text;

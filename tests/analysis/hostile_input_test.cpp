@@ -28,3 +28,18 @@ TEST(HostileInput, EmptyRecordIsRefused) {
   std::vector<uint8_t> none;
   EXPECT_FALSE(select_record(entry, none, 1024, 7, ctx));
 }
+
+TEST(HostileInput, ObjectIdValueOffsetPastTheAttribute) {
+  std::vector<uint8_t> oid = attribute_bytes(0x40, 40, 1);
+  orv::put_le32(oid.data() + 16, 16);     // value length
+  orv::put_le16(oid.data() + 20, 0x200);  // value offset beyond the 40 bytes of the attribute
+  record_builder b;
+  b.resident(0x10, si_value(1, 2, 3, 4));
+  b.raw_attribute(oid);
+  std::vector<uint8_t> record = b.build(false);
+  mft_entries_ctx ctx;
+  entry_record entry;
+  EXPECT_TRUE(select_record(entry, record, uint32_t(record.size()), 30, ctx));
+  ASSERT_EQ(entry.m_object_ids.size(), 1u);
+  EXPECT_EQ(entry.m_object_ids.begin()->second.m_ids[0], 0);
+}
