@@ -5,21 +5,51 @@
 #include "base/results_stream.h"
 #include "run/cmd_params.h"
 
+// Rows are written with plain pointers into byte buffers that are made large enough for the
+// piece about to be written; the std::string forms below wrap the same writers.
+
 namespace {
+
+constexpr uint64_t k_ones = 0x0101010101010101ull;
+constexpr uint64_t k_highs = 0x8080808080808080ull;
+constexpr uint64_t k_ticks_per_second = 10000000ull;
+constexpr uint64_t k_ticks_per_day = 864000000000ull;
 
 bool is_integer_kind(uint16_t kind) { return kind == cell_int8 || kind == cell_int16 || kind == cell_int32 || kind == cell_int64; }
 bool is_time_kind(uint16_t kind) { return kind == cell_time_split || kind == cell_time_joined || kind == cell_time_second; }
 
+inline uint64_t load8(const char* p) {
+  uint64_t v;
+  std::memcpy(&v, p, 8);
+  return v;
+}
+
+// Nonzero when one of the eight bytes is zero.
+inline uint64_t zero_byte(uint64_t v) { return (v - k_ones) & ~v & k_highs; }
+
 // Characters, not bytes: padding is counted on the text as the reader sees it.
 size_t utf8_length(const char* begin, size_t bytes) {
-  size_t n = 0;
-  for (size_t i = 0; i < bytes; ++i) n += (uint8_t(begin[i]) & 0xC0) != 0x80;
+  size_t n = 0, i = 0;
+  for (; i + 8 <= bytes; i += 8) {
+    uint64_t v = load8(begin + i);
+    if (!(v & k_highs)) {
+      n += 8;
+      continue;
+    }
+    for (size_t k = i; k < i + 8; ++k) n += (uint8_t(begin[k]) & 0xC0) != 0x80;
+  }
+  for (; i < bytes; ++i) n += (uint8_t(begin[i]) & 0xC0) != 0x80;
   return n;
 }
 
-void pad_from(std::string& line, size_t start, size_t width) {
-  size_t len = utf8_length(line.data() + start, line.size() - start);
-  if (len < width) line.append(width - len, ' ');
+// Blanks behind the text from `start` to `p` up to `width` characters.
+inline char* pad_to(char* start, char* p, size_t width) {
+  const size_t chars = utf8_length(start, size_t(p - start));
+  if (chars < width) {
+    std::memset(p, ' ', width - chars);
+    p += width - chars;
+  }
+  return p;
 }
 
 int hex_digits_for_size(uint16_t kind) {
@@ -43,57 +73,341 @@ bool storable(const result_row& row, int index, uint16_t kind) {
   return !row.m_disabled && index >= 0 && uint32_t(index) < row.m_count && kind <= 31;
 }
 
+inline char* put2(char* p, uint32_t v) {
+  p[0] = char('0' + v / 10);
+  p[1] = char('0' + v % 10);
+  return p + 2;
+}
+
+// The clock text of an instant with `fraction_digits` digits behind the seconds, truncated.
+char* put_clock(char* p, uint64_t filetime, unsigned fraction_digits) {
+  static const uint32_t k_tens[10] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000, 1000000000};
+  const uint64_t secs = filetime / k_ticks_per_second;
+  const uint32_t fraction = uint32_t(filetime - secs * k_ticks_per_second);
+  const uint32_t rest = uint32_t(secs % 86400);
+  p = put2(p, rest / 3600);
+  *p++ = ':';
+  p = put2(p, (rest / 60) % 60);
+  *p++ = ':';
+  p = put2(p, rest % 60);
+  if (fraction_digits) {
+    *p++ = '.';
+    uint32_t v = (fraction * 100) / k_tens[9 - fraction_digits];  // nanoseconds cut to the digits
+    for (unsigned i = fraction_digits; i-- > 0;) {
+      p[i] = char('0' + v % 10);
+      v /= 10;
+    }
+    p += fraction_digits;
+  }
+  return p;
+}
+
 // Date and time text of an instant; the rows of one timeline entry ask for the same instant again.
+// A date depends only on the day, so it is kept by day; the clock is cheap to work out.
 bool time_text(result_row& row, uint64_t filetime, const result_layout& layout) {
   if (row.m_cache_filled && row.m_cached_time == filetime) return row.m_cached_valid;
-  row.m_cached_date.clear();
-  row.m_cached_clock.clear();
-  row.m_cached_valid = filetime != 0 &&
-                       orv::append_filetime_text(row.m_cached_date, row.m_cached_clock, filetime, layout.m_time_state);
-  if (!row.m_cached_valid) {
-    row.m_cached_date.clear();
-    row.m_cached_clock.clear();
-  }
   row.m_cached_time = filetime;
   row.m_cache_filled = true;
-  return row.m_cached_valid;
+  row.m_date_size = 0;
+  row.m_clock_size = 0;
+  row.m_cached_valid = filetime != 0 && orv::filetime_displayable(filetime);
+  if (!row.m_cached_valid) return false;
+
+  if (row.m_days_layout != &layout) {
+    for (auto& slot : row.m_days) slot.m_day = ~0ull;
+    row.m_days_layout = &layout;
+  }
+  const uint64_t day = filetime / k_ticks_per_day;
+  result_row::day_text& slot = row.m_days[day % result_row::k_day_slots];
+  if (slot.m_day == day) {
+    std::memcpy(row.m_date_text, slot.m_text, slot.m_size);
+    row.m_date_size = slot.m_size;
+    row.m_clock_size = uint8_t(put_clock(row.m_clock_text, filetime, row.m_fraction_digits) - row.m_clock_text);
+    return true;
+  }
+
+  std::string& date = row.m_date_work;
+  std::string& clock = row.m_clock_work;
+  date.clear();
+  clock.clear();
+  row.m_cached_valid = orv::append_filetime_text(date, clock, filetime, layout.m_time_state);
+  if (!row.m_cached_valid || date.size() > sizeof(row.m_date_text) || clock.size() > sizeof(row.m_clock_text)) {
+    row.m_cached_valid = false;
+    return false;
+  }
+  std::memcpy(row.m_date_text, date.data(), date.size());
+  row.m_date_size = uint8_t(date.size());
+  std::memcpy(row.m_clock_text, clock.data(), clock.size());
+  row.m_clock_size = uint8_t(clock.size());
+  // "hh:mm:ss" and, when asked for, a point and the fraction: the same for every instant. The
+  // day is kept only when the clock worked out here matches the one just made.
+  const unsigned digits = clock.size() > 9 ? unsigned(clock.size() - 9) : 0;
+  char check[64];
+  const bool same_clock = digits <= 9 && size_t(put_clock(check, filetime, digits) - check) == clock.size() &&
+                          std::memcmp(check, clock.data(), clock.size()) == 0;
+  if (same_clock && date.size() <= sizeof(slot.m_text)) {
+    row.m_fraction_digits = digits;
+    std::memcpy(slot.m_text, date.data(), date.size());
+    slot.m_size = uint8_t(date.size());
+    slot.m_day = day;
+  }
+  return true;
+}
+
+inline char* put_bytes(char* p, const char* text, size_t size) {
+  std::memcpy(p, text, size);
+  return p + size;
 }
 
 // One part of a time cell: the optional blank, the text (one blank when the instant cannot be
 // shown and the layout is padded), then padding.
-void render_time_part(std::string& line, const std::string& text, bool valid, size_t width,
-                      const result_layout& layout) {
-  if (layout.m_blank_before_time) line.push_back(' ');
-  size_t start = line.size();
-  if (valid) line.append(text);
-  else if (!layout.m_no_padding) line.push_back(' ');
-  if (!layout.m_no_padding) pad_from(line, start, width);
+char* put_time_part(char* p, const char* text, size_t size, bool valid, size_t width, const result_layout& layout) {
+  if (layout.m_blank_before_time) *p++ = ' ';
+  char* start = p;
+  if (valid) p = put_bytes(p, text, size);
+  else if (!layout.m_no_padding) *p++ = ' ';
+  if (!layout.m_no_padding) p = pad_to(start, p, width);
+  return p;
 }
 
-void render_number(std::string& line, const result_cell& cell, uint32_t flags, size_t width,
-                   const result_layout& layout) {
+char* put_number(char* p, const result_cell& cell, uint32_t flags, size_t width, const result_layout& layout) {
   uint64_t value = mask_to_kind(cell.m_number, cell.m_kind);
-  size_t start = line.size();
+  char* start = p;
   if (layout.m_hex_numbers && !(flags & cell_flag_decimal)) {
     int digits = hex_digits_for_size(cell.m_kind);
-    if (!layout.m_no_padding && width > 2) digits = int(width - 2);
-    line.append("0x");
-    append_hex(line, value, digits);
-    if (!layout.m_no_padding) pad_from(line, start, width);
-    return;
+    if (!layout.m_no_padding && width > 2) digits = width - 2 > 64 ? 64 : int(width - 2);
+    *p++ = '0';
+    *p++ = 'x';
+    p = put_hex(p, value, digits);
+    if (!layout.m_no_padding) p = pad_to(start, p, width);
+    return p;
   }
-  if (layout.m_no_padding) {
-    append_decimal(line, value);
-    return;
-  }
+  if (layout.m_no_padding) return put_decimal(p, value);
   char digits[24];
-  int n = 0;
-  do {
-    digits[n++] = char('0' + value % 10);
-    value /= 10;
-  } while (value);
-  if (size_t(n) < width) line.append(width - size_t(n), ' ');
-  while (n) line.push_back(digits[--n]);
+  char* end = put_decimal(digits, value);
+  const size_t n = size_t(end - digits);
+  if (n < width) {
+    std::memset(p, ' ', width - n);
+    p += width - n;
+  }
+  return put_bytes(p, digits, n);
+}
+
+// One character of text that may need cleaning; returns the position behind what it used.
+inline size_t put_clean_char(char*& p, const char* data, size_t i, size_t size, char replace, char with,
+                             bool tokens) {
+  const char c = data[i];
+  if (replace && c == replace) {
+    *p++ = with;
+    return i + 1;
+  }
+  if (!tokens || (c != '\r' && c != '\n')) {
+    *p++ = c;
+    return i + 1;
+  }
+  const char next = i + 1 < size ? data[i + 1] : 0;
+  if (c == '\r' && next == '\n') {
+    std::memcpy(p, "[CRLF]", 6);
+    p += 6;
+    return i + 2;
+  }
+  if (c == '\n' && next == '\r') {
+    std::memcpy(p, "[LFCR]", 6);
+    p += 6;
+    return i + 2;
+  }
+  std::memcpy(p, c == '\n' ? "[LF]" : "[CR]", 4);
+  p += 4;
+  return i + 1;
+}
+
+// Nonzero when one of the eight bytes may need cleaning: it equals `pattern`'s byte, or it is
+// below the byte of `below` (a control character; line breaks are below 14).
+inline uint64_t needs_cleaning(uint64_t v, uint64_t pattern, uint64_t below) {
+  const uint64_t x = v ^ pattern;
+  return (((x - k_ones) & ~x) | ((v - below) & ~v)) & k_highs;
+}
+
+// Copies text, replacing the separator character and, when asked, spelling out line breaks.
+// Writes at most four bytes per byte of text.
+char* put_clean(char* p, const char* data, size_t size, char replace, char with, bool tokens) {
+  if (!replace && !tokens) return put_bytes(p, data, size);
+  // A replacement character of 0 makes every NUL a candidate; put_clean_char copies it as it is.
+  const uint8_t limit = tokens ? 14 : 0;
+  size_t i = 0;
+  if (size < 8) {
+    for (; i < size; ++i) {
+      const char c = data[i];
+      if (c != replace && uint8_t(c) >= limit) {
+        *p++ = c;
+        continue;
+      }
+      i = put_clean_char(p, data, i, size, replace, with, tokens) - 1;
+    }
+    return p;
+  }
+  // Eight bytes at a time while none is a candidate.
+  const uint64_t pattern = uint8_t(replace) * k_ones;
+  const uint64_t below = limit * k_ones;
+  while (i + 8 <= size) {
+    const uint64_t v = load8(data + i);
+    if (!needs_cleaning(v, pattern, below)) {
+      std::memcpy(p, &v, 8);
+      p += 8;
+      i += 8;
+      continue;
+    }
+    const size_t end = i + 8;
+    while (i < end) i = put_clean_char(p, data, i, size, replace, with, tokens);
+  }
+  if (i < size) {
+    // The last eight bytes: when none is a candidate, those already written went out as they
+    // are, and the whole group can be written again over them.
+    const uint64_t v = load8(data + size - 8);
+    if (!needs_cleaning(v, pattern, below)) {
+      std::memcpy(p - (i - (size - 8)), &v, 8);
+      return p + (size - i);
+    }
+    while (i < size) i = put_clean_char(p, data, i, size, replace, with, tokens);
+  }
+  return p;
+}
+
+// Room for `need` more bytes behind the first `used` of the buffer.
+inline char* room(std::vector<char>& buffer, size_t used, size_t need) {
+  if (buffer.size() < used + need) {
+    size_t grown = buffer.size() * 2;
+    if (grown < used + need + 256) grown = used + need + 256;
+    buffer.resize(grown);
+  }
+  return buffer.data() + used;
+}
+
+// More than cell `i` can write, its separator in front included.
+size_t cell_bound(const result_row& row, size_t i, size_t count, const std::vector<result_column>& columns,
+                  const result_layout& layout) {
+  size_t bound = 4 * row.m_cells[i].m_text.size() + columns[i].m_width + 2 * layout.m_separator.size() + 200;
+  if (i + 1 < count) bound += columns[i + 1].m_width;
+  return bound;
+}
+
+// Renders cell `i` without separators in front; a split time cell also renders the column behind
+// it.
+char* put_cell(char* p, result_row& row, size_t i, size_t count, const std::vector<result_column>& columns,
+               const result_layout& layout) {
+  const result_column& column = columns[i];
+  const result_cell& cell = row.m_cells[i];
+  const size_t width = layout.m_no_padding ? 0 : column.m_width;
+  const uint32_t flags = cell.m_flags | column.m_flags;
+
+  if (cell.m_kind == cell_text) {
+    char* start = p;
+    const std::string& text = cell.m_text;
+    const bool quoted = flags & cell_flag_quoted;
+    const bool as_is = text.size() > 2 && text[0] == '{' && text[1] == '"';
+    if (quoted && !as_is) *p++ = '"';
+    p = put_clean(p, text.data(), text.size(), quoted ? 0 : layout.m_replace_char, layout.m_replace_with,
+                  layout.m_line_break_tokens);
+    if (quoted && !as_is) *p++ = '"';
+    if (width) p = pad_to(start, p, width);
+  } else if (is_integer_kind(cell.m_kind)) {
+    p = put_number(p, cell, flags, width, layout);
+  } else if (cell.m_kind == cell_time_split) {
+    bool valid = time_text(row, cell.m_number, layout);
+    p = put_time_part(p, row.m_date_text, row.m_date_size, valid, column.m_width, layout);
+    if (i + 1 < count) {
+      p = put_bytes(p, layout.m_separator.data(), layout.m_separator.size());
+      p = put_time_part(p, row.m_clock_text, row.m_clock_size, valid, columns[i + 1].m_width, layout);
+    }
+  } else if (cell.m_kind == cell_time_joined) {
+    bool valid = time_text(row, cell.m_number, layout);
+    if (layout.m_blank_before_time) *p++ = ' ';
+    char* start = p;
+    if (valid) {
+      p = put_bytes(p, row.m_date_text, row.m_date_size);
+      *p++ = ' ';
+      p = put_bytes(p, row.m_clock_text, row.m_clock_size);
+    } else if (!layout.m_no_padding) {
+      *p++ = ' ';
+    }
+    if (width) p = pad_to(start, p, width);
+  } else {
+    // Empty or foreign cell: blank fill keeps the columns aligned.
+    if (layout.m_blank_before_time && is_time_kind(column.m_kind)) *p++ = ' ';
+    if (width) {
+      std::memset(p, ' ', width);
+      p += width;
+    }
+  }
+  return p;
+}
+
+size_t row_columns(const result_row& row, const std::vector<result_column>& columns) {
+  return columns.size() < row.m_count ? columns.size() : row.m_count;
+}
+
+size_t cells_used(const result_row& row, size_t i, size_t count) {
+  return (row.m_cells[i].m_kind == cell_time_split && i + 1 < count) ? 2 : 1;
+}
+
+// Renders the row into the buffer that does not hold the previous row, re-rendering only the
+// cells stored since the previous call and copying the others from the previous row, a run of
+// neighbours (separators included) at a time. A line feed follows the returned bytes.
+std::string_view render_line(result_row& row, const std::vector<result_column>& columns,
+                             const result_layout& layout) {
+  if (row.m_disabled) return {};
+  const size_t count = row_columns(row, columns);
+  const char* const separator = layout.m_separator.data();
+  const size_t separator_size = layout.m_separator.size();
+  uint8_t* const dirty = row.m_dirty.data();
+  uint32_t* const length = row.m_last_length.data();
+  if ((!row.m_last_valid || row.m_last_count != count) && count) {
+    std::memset(dirty, 1, count);
+    std::memset(length, 0, count * sizeof(uint32_t));
+  }
+  std::vector<char>& line = row.m_line_bytes[row.m_line_previous ^ 1];
+  const char* const last = row.m_line_bytes[row.m_line_previous].data();
+
+  size_t used = 0;       // bytes written
+  size_t last_pos = 0;   // start of cell i in the previous row
+  size_t copy_from = 0;  // start of the run of unchanged cells in the previous row
+  for (size_t i = 0; i < count;) {
+    const size_t step = cells_used(row, i, count);
+    const size_t old_length = length[i] + (step == 2 ? length[i + 1] : 0);
+    if (!dirty[i]) {
+      last_pos += old_length;
+      i += step;
+      continue;
+    }
+    if (last_pos > copy_from) {
+      std::memcpy(room(line, used, last_pos - copy_from), last + copy_from, last_pos - copy_from);
+      used += last_pos - copy_from;
+    }
+    last_pos += old_length;
+    copy_from = last_pos;
+    char* const base = room(line, used, cell_bound(row, i, count, columns, layout));
+    char* p = base;
+    if (i) p = put_bytes(p, separator, separator_size);
+    p = put_cell(p, row, i, count, columns, layout);
+    length[i] = uint32_t(p - base);
+    dirty[i] = 0;
+    if (step == 2) {
+      length[i + 1] = 0;
+      dirty[i + 1] = 1;
+    }
+    used += size_t(p - base);
+    i += step;
+  }
+  if (last_pos > copy_from) {
+    std::memcpy(room(line, used, last_pos - copy_from), last + copy_from, last_pos - copy_from);
+    used += last_pos - copy_from;
+  }
+  *room(line, used, 1) = '\n';
+  row.m_line_previous ^= 1;
+  row.m_last_size = used;
+  row.m_last_count = uint32_t(count);
+  row.m_last_valid = true;
+  return std::string_view(line.data(), used);
 }
 
 }  // namespace
@@ -108,37 +422,45 @@ bool row_reset(result_row& row, uint32_t count) {
   row.m_disabled = false;
   row.m_count = count;
   if (row.m_cells.size() < count) row.m_cells.resize(count);
+  row.m_dirty.assign(row.m_cells.size(), 1);
+  row.m_last_length.assign(row.m_cells.size(), 0);
   row_clear(row);
   return true;
 }
 
 namespace {
 
-void empty_cell(result_cell& cell) {
+void empty_cell(result_row& row, size_t index) {
+  result_cell& cell = row.m_cells[index];
   cell.m_kind = cell_none;
   cell.m_flags = 0;
   cell.m_text.clear();
   cell.m_number = 0;
   cell.m_bytes.clear();
-  cell.m_rendered_valid = false;
+  row.m_dirty[index] = 1;
 }
 
 }  // namespace
 
 void row_clear(result_row& row) {
-  for (uint32_t i = 0; i < row.m_count; ++i) empty_cell(row.m_cells[i]);
+  for (uint32_t i = 0; i < row.m_count; ++i) empty_cell(row, i);
   row.m_last_valid = false;
   row.m_cache_filled = false;
+  row.m_days_layout = nullptr;
 }
 
 bool set_number(result_row& row, int index, uint16_t kind, uint64_t value, uint32_t flags) {
   if (!storable(row, index, kind)) return true;
   result_cell& cell = row.m_cells[size_t(index)];
+  // The same number again keeps the cell's rendering.
+  if (cell.m_kind == kind && kind != cell_text && kind != cell_none && cell.m_number == value &&
+      cell.m_flags == (flags | row.m_default_flags) && cell.m_text.empty())
+    return true;
   cell.m_kind = kind;
   cell.m_flags = flags | row.m_default_flags;
   cell.m_number = value;
   cell.m_text.clear();
-  cell.m_rendered_valid = false;
+  row.m_dirty[size_t(index)] = 1;
   return true;
 }
 
@@ -149,7 +471,7 @@ std::string* text_slot(result_row& row, int index, uint32_t flags) {
   cell.m_flags = flags | row.m_default_flags;
   cell.m_number = 0;
   cell.m_text.clear();
-  cell.m_rendered_valid = false;
+  row.m_dirty[size_t(index)] = 1;
   return &cell.m_text;
 }
 
@@ -170,7 +492,7 @@ bool set_wide_text(result_row& row, int index, const std::wstring& text, uint32_
 bool set_time(result_row& row, int index, uint16_t kind, uint64_t filetime, uint32_t flags) {
   if (!set_number(row, index, kind, filetime, flags)) return false;
   if (kind == cell_time_split && storable(row, index, kind) && uint32_t(index) + 1 < row.m_count)
-    empty_cell(row.m_cells[size_t(index) + 1]);
+    empty_cell(row, size_t(index) + 1);
   return true;
 }
 
@@ -196,90 +518,76 @@ void append_utf8_of(std::string& out, const std::wstring& text) {
   size_t start = out.size();
   out.resize(start + text.size());
   char* ascii = &out[0] + start;
+  const wchar_t* wide = text.data();
+  const size_t size = text.size();
   size_t i = 0;
-  for (; i < text.size() && uint32_t(text[i]) < 0x80; ++i) ascii[i] = char(text[i]);
+  for (; i < size && uint32_t(wide[i]) < 0x80; ++i) ascii[i] = char(wide[i]);
+  if (i == size) return;
   out.resize(start + i);
-  for (; i < text.size(); ++i) {
-    uint32_t cp = uint32_t(text[i]);
+  for (; i < size; ++i) {
+    uint32_t cp = uint32_t(wide[i]);
     if (cp < 0x80) {
       out.push_back(char(cp));
     } else if (cp < 0x800) {
-      out.push_back(char(0xC0 | (cp >> 6)));
-      out.push_back(char(0x80 | (cp & 0x3F)));
+      const char bytes[2] = {char(0xC0 | (cp >> 6)), char(0x80 | (cp & 0x3F))};
+      out.append(bytes, 2);
     } else if (cp < 0x10000) {
-      out.push_back(char(0xE0 | (cp >> 12)));
-      out.push_back(char(0x80 | ((cp >> 6) & 0x3F)));
-      out.push_back(char(0x80 | (cp & 0x3F)));
+      const char bytes[3] = {char(0xE0 | (cp >> 12)), char(0x80 | ((cp >> 6) & 0x3F)), char(0x80 | (cp & 0x3F))};
+      out.append(bytes, 3);
     } else if (cp <= 0x10FFFF) {
-      out.push_back(char(0xF0 | (cp >> 18)));
-      out.push_back(char(0x80 | ((cp >> 12) & 0x3F)));
-      out.push_back(char(0x80 | ((cp >> 6) & 0x3F)));
-      out.push_back(char(0x80 | (cp & 0x3F)));
+      const char bytes[4] = {char(0xF0 | (cp >> 18)), char(0x80 | ((cp >> 12) & 0x3F)),
+                             char(0x80 | ((cp >> 6) & 0x3F)), char(0x80 | (cp & 0x3F))};
+      out.append(bytes, 4);
     } else {
       return;  // not a code point: the conversion ends here, as everywhere else in the tool
     }
   }
 }
 
-void append_hex(std::string& out, uint64_t value, int min_digits) {
+char* put_hex(char* p, uint64_t value, int min_digits) {
   static const char k_hex[] = "0123456789abcdef";
-  char digits[16];
-  int n = 0;
-  do {
-    digits[n++] = k_hex[value & 0xF];
-    value >>= 4;
-  } while (value);
+  int n = 1;
+  for (uint64_t rest = value >> 4; rest; rest >>= 4) ++n;
   if (min_digits > 64) min_digits = 64;  // a column width is no reason to print pages of zeros
-  if (n < min_digits) out.append(size_t(min_digits - n), '0');
-  while (n) out.push_back(digits[--n]);
+  if (n < min_digits) {
+    std::memset(p, '0', size_t(min_digits - n));
+    p += min_digits - n;
+  }
+  for (int i = n; i-- > 0;) {
+    p[i] = k_hex[value & 0xF];
+    value >>= 4;
+  }
+  return p + n;
 }
 
-void append_decimal(std::string& out, uint64_t value) {
+char* put_decimal(char* p, uint64_t value) {
   char digits[24];
   int n = 0;
   do {
     digits[n++] = char('0' + value % 10);
     value /= 10;
   } while (value);
-  while (n) out.push_back(digits[--n]);
+  while (n) *p++ = digits[--n];
+  return p;
+}
+
+void append_hex(std::string& out, uint64_t value, int min_digits) {
+  char digits[72];
+  out.append(digits, size_t(put_hex(digits, value, min_digits) - digits));
+}
+
+void append_decimal(std::string& out, uint64_t value) {
+  char digits[24];
+  out.append(digits, size_t(put_decimal(digits, value) - digits));
 }
 
 void append_clean_text(std::string& out, std::string_view text, const result_layout& layout, bool quoted) {
-  const char replace = quoted ? 0 : layout.m_replace_char;
-  const bool tokens = layout.m_line_break_tokens;
-  const char* const data = text.data();
-  const size_t size = text.size();
-  size_t plain = 0;  // start of the run not yet copied
-  size_t i = 0;
-  while (true) {
-    // Most text has nothing to change: find the next candidate in a tight loop.
-    while (i < size && data[i] != replace && data[i] != '\r' && data[i] != '\n') ++i;
-    if (i >= size) break;
-    const char c = data[i];
-    if (replace && c == replace) {
-      out.append(data + plain, i - plain);
-      out.push_back(layout.m_replace_with);
-      plain = ++i;
-      continue;
-    }
-    if (!tokens || (c != '\r' && c != '\n')) {
-      ++i;  // a NUL with no replacement set, or a line break outside the CSV family
-      continue;
-    }
-    out.append(data + plain, i - plain);
-    const char next = i + 1 < size ? data[i + 1] : 0;
-    if (c == '\r' && next == '\n') {
-      out.append("[CRLF]");
-      ++i;
-    } else if (c == '\n' && next == '\r') {
-      out.append("[LFCR]");
-      ++i;
-    } else {
-      out.append(c == '\n' ? "[LF]" : "[CR]");
-    }
-    plain = ++i;
-  }
-  out.append(data + plain, size - plain);
+  const size_t start = out.size();
+  out.resize(start + 4 * text.size());
+  char* const base = &out[0] + start;
+  char* end = put_clean(base, text.data(), text.size(), quoted ? 0 : layout.m_replace_char, layout.m_replace_with,
+                        layout.m_line_break_tokens);
+  out.resize(start + size_t(end - base));
 }
 
 void render_header(std::string& line, const std::vector<result_column>& columns, const result_layout& layout) {
@@ -290,132 +598,40 @@ void render_header(std::string& line, const std::vector<result_column>& columns,
       line.push_back(' ');
     size_t start = line.size();
     line.append(column.m_name);
-    if (!layout.m_no_padding) pad_from(line, start, column.m_width);
+    if (!layout.m_no_padding) {
+      size_t len = utf8_length(line.data() + start, line.size() - start);
+      if (len < column.m_width) line.append(column.m_width - len, ' ');
+    }
   }
   line.push_back('\n');
 }
-
-namespace {
-
-// Renders cell `i` without separators in front; a split time cell also renders the column behind
-// it. Returns the number of columns used.
-size_t render_cell(std::string& line, result_row& row, size_t i, size_t count,
-                   const std::vector<result_column>& columns, const result_layout& layout) {
-  const result_column& column = columns[i];
-  const result_cell& cell = row.m_cells[i];
-  const size_t width = layout.m_no_padding ? 0 : column.m_width;
-  const uint32_t flags = cell.m_flags | column.m_flags;
-
-  if (is_integer_kind(cell.m_kind)) {
-    render_number(line, cell, flags, width, layout);
-  } else if (cell.m_kind == cell_text) {
-    size_t start = line.size();
-    const std::string& text = cell.m_text;
-    bool quoted = flags & cell_flag_quoted;
-    bool as_is = text.size() > 2 && text[0] == '{' && text[1] == '"';
-    if (quoted && !as_is) line.push_back('"');
-    append_clean_text(line, text, layout, quoted);
-    if (quoted && !as_is) line.push_back('"');
-    if (width) pad_from(line, start, width);
-  } else if (cell.m_kind == cell_time_joined) {
-    bool valid = time_text(row, cell.m_number, layout);
-    if (layout.m_blank_before_time) line.push_back(' ');
-    size_t start = line.size();
-    if (valid) {
-      line.append(row.m_cached_date);
-      line.push_back(' ');
-      line.append(row.m_cached_clock);
-    } else if (!layout.m_no_padding) {
-      line.push_back(' ');
-    }
-    if (width) pad_from(line, start, width);
-  } else if (cell.m_kind == cell_time_split) {
-    bool valid = time_text(row, cell.m_number, layout);
-    render_time_part(line, row.m_cached_date, valid, column.m_width, layout);
-    if (i + 1 < count) {
-      line.append(layout.m_separator);
-      render_time_part(line, row.m_cached_clock, valid, columns[i + 1].m_width, layout);
-      return 2;
-    }
-  } else {
-    // Empty or foreign cell: blank fill keeps the columns aligned.
-    if (layout.m_blank_before_time && is_time_kind(column.m_kind)) line.push_back(' ');
-    if (width) line.append(width, ' ');
-  }
-  return 1;
-}
-
-size_t row_columns(const result_row& row, const std::vector<result_column>& columns) {
-  return columns.size() < row.m_count ? columns.size() : row.m_count;
-}
-
-}  // namespace
 
 void render_row(std::string& line, result_row& row, const std::vector<result_column>& columns,
                 const result_layout& layout) {
   if (row.m_disabled) return;
   row.m_cache_filled = false;  // the layout may differ from that of the previous call
+  row.m_days_layout = nullptr;
+  // Written in the buffer of the next cached row, which is rebuilt from scratch afterwards.
+  std::vector<char>& bytes = row.m_line_bytes[row.m_line_previous ^ 1];
   const size_t count = row_columns(row, columns);
+  size_t used = 0;
   for (size_t i = 0; i < count;) {
-    if (i) line.append(layout.m_separator);
-    i += render_cell(line, row, i, count, columns, layout);
+    char* const base = room(bytes, used, cell_bound(row, i, count, columns, layout));
+    char* p = base;
+    if (i) p = put_bytes(p, layout.m_separator.data(), layout.m_separator.size());
+    p = put_cell(p, row, i, count, columns, layout);
+    used += size_t(p - base);
+    i += cells_used(row, i, count);
   }
+  line.append(bytes.data(), used);
   line.push_back('\n');
 }
 
 const std::string& render_row_cached(result_row& row, const std::vector<result_column>& columns,
                                      const result_layout& layout) {
-  std::string& line = row.m_next_line;
-  line.clear();
-  if (row.m_disabled) return line;
-  const size_t count = row_columns(row, columns);
-  const std::string& separator = layout.m_separator;
-  const std::string& last = row.m_last_line;
-  const bool reuse = row.m_last_valid && row.m_last_start.size() >= count;
-  row.m_last_start.resize(count);
-  row.m_last_end.resize(count);
-
-  // Unchanged cells come from the previous row, a run of neighbours (separators included) at a
-  // time: a row is many short pieces, and copying them one by one costs more than the bytes do.
-  size_t run_begin = 0, run_end = 0;
-  bool run_open = false;
-  auto flush_run = [&] {
-    if (run_open) line.append(last, run_begin, run_end - run_begin);
-    run_open = false;
-  };
-  size_t logical = 0;  // length of the new line including the pending run
-  for (size_t i = 0; i < count;) {
-    result_cell& cell = row.m_cells[i];
-    const size_t used = (cell.m_kind == cell_time_split && i + 1 < count) ? 2 : 1;
-    const size_t lead = i ? separator.size() : 0;
-    if (reuse && cell.m_rendered_valid) {
-      size_t begin = row.m_last_start[i] - lead, end = row.m_last_end[i];
-      if (run_open && run_end == begin) {
-        run_end = end;
-      } else {
-        flush_run();
-        run_begin = begin;
-        run_end = end;
-        run_open = true;
-      }
-      row.m_last_start[i] = uint32_t(logical + lead);
-      logical += end - begin;
-      row.m_last_end[i] = uint32_t(logical);
-    } else {
-      flush_run();
-      if (i) line.append(separator);
-      size_t start = line.size();
-      render_cell(line, row, i, count, columns, layout);
-      cell.m_rendered_valid = true;
-      row.m_last_start[i] = uint32_t(start);
-      row.m_last_end[i] = uint32_t(line.size());
-      logical = line.size();
-    }
-    i += used;
-  }
-  flush_run();
-  row.m_last_line.swap(row.m_next_line);
-  row.m_last_valid = true;
+  std::string_view text = render_line(row, columns, layout);
+  if (text.empty()) row.m_last_line.clear();
+  else row.m_last_line.assign(text.data(), text.size());
   return row.m_last_line;
 }
 
@@ -455,6 +671,6 @@ void table_write_header(result_table& table, results_stream& out) {
 
 void table_write_row(result_table& table, results_stream& out) {
   if (table.m_row.m_disabled) return;
-  out.write(render_row_cached(table.m_row, table.m_columns, table.m_layout));
-  out.put('\n');
+  std::string_view text = render_line(table.m_row, table.m_columns, table.m_layout);
+  out.write(std::string_view(text.data(), text.size() + 1));  // the line feed behind the row
 }

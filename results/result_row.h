@@ -45,9 +45,6 @@ struct result_cell {
   std::string m_text;
   uint64_t m_number = 0;
   std::vector<uint8_t> m_bytes;  // only for kinds this walker does not write
-  // The previous row holds this cell's current rendering; most cells of a record's rows do not
-  // change, and such cells are copied from there in runs.
-  bool m_rendered_valid = false;
 };
 
 // How rows are laid out; taken once from the option set.
@@ -73,19 +70,41 @@ class result_row {
   uint32_t m_default_flags = 0;  // OR-ed into every stored cell
   bool m_disabled = false;
 
-  // The previous rendered row, without its line feed, and where each cell stood in it.
-  std::string m_last_line;
-  std::string m_next_line;
-  std::vector<uint32_t> m_last_start;
-  std::vector<uint32_t> m_last_end;
+  // Rendered rows live in two byte buffers used in turn: one holds the previous row, the other
+  // receives the next. Each keeps a line feed behind the row's last byte.
+  std::vector<char> m_line_bytes[2];
+  uint32_t m_line_previous = 0;  // index of the buffer with the previous row
+  size_t m_last_size = 0;        // bytes of the previous row, line feed not counted
+  uint32_t m_last_count = 0;     // cells of the previous row
   bool m_last_valid = false;
+  // Per cell: stored since the previous row was rendered, and the bytes it took in that row
+  // with its separator (0 for a column rendered by the time cell in front of it). Most cells of
+  // a record's rows do not change, and such cells are copied from the previous row in runs.
+  std::vector<uint8_t> m_dirty;
+  std::vector<uint32_t> m_last_length;
+  std::string m_last_line;  // copy handed out by render_row_cached
 
   // Last rendered instant: the rows of one timeline entry share it.
   uint64_t m_cached_time = 0;
   bool m_cache_filled = false;
   bool m_cached_valid = false;
-  std::string m_cached_date;
-  std::string m_cached_clock;
+  uint8_t m_date_size = 0;
+  uint8_t m_clock_size = 0;
+  char m_date_text[64];
+  char m_clock_text[64];
+
+  // Date texts by day, for the layout they were made under; the clock is worked out directly.
+  struct day_text {
+    uint64_t m_day = ~0ull;
+    uint8_t m_size = 0;
+    char m_text[31];
+  };
+  static constexpr size_t k_day_slots = 16;
+  day_text m_days[k_day_slots];
+  const result_layout* m_days_layout = nullptr;
+  unsigned m_fraction_digits = 0;
+  std::string m_date_work;
+  std::string m_clock_work;
 };
 
 // Sizes the row; a row of more than 255 cells is refused and stays disabled.
@@ -116,6 +135,9 @@ const std::string& render_row_cached(result_row& row, const std::vector<result_c
                                      const result_layout& layout);
 
 // Helpers of the renderers, also used by writers that build cell text themselves.
+// The put_ forms write at `p`, which has room for what they write, and return the new end.
+char* put_hex(char* p, uint64_t value, int min_digits);  // at most 64 digits, no "0x"
+char* put_decimal(char* p, uint64_t value);             // at most 20 digits
 void append_utf8_of(std::string& out, const std::wstring& text);
 void append_hex(std::string& out, uint64_t value, int min_digits);
 void append_decimal(std::string& out, uint64_t value);
