@@ -100,6 +100,7 @@ struct scan_setup {
 static bool scan_prologue(mft_entries_ctx& ctx, bool inode_list, scan_setup& setup) {
   if (!ensure_source_open(ctx) || !source_readable(ctx)) return false;
   ctx.m_dir_store.clear();
+  ctx.m_sound_paths.clear();
   entry_record entry;
   if (!read_entry(entry, ctx, 0, false)) return false;
   uint64_t data_size = 0, bitmap_size = 0;

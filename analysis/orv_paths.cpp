@@ -141,8 +141,14 @@ void cache_directory(const entry_record& entry, mft_entries_ctx& ctx) {
 
 void resolve_entry_paths(entry_record& entry, mft_entries_ctx& ctx) {
   for (auto& kv : entry.m_parent_names) {
+    auto known = ctx.m_sound_paths.find(kv.first);
+    if (known != ctx.m_sound_paths.end()) {
+      kv.second.m_path = known->second;
+      continue;
+    }
     uint16_t sequence = 0;
     uint32_t flags = 0;
-    resolve_parent_path(kv.second.m_path, sequence, flags, kv.first, ctx, ctx.m_dir_store);
+    if (resolve_parent_path(kv.second.m_path, sequence, flags, kv.first, ctx, ctx.m_dir_store))
+      ctx.m_sound_paths.emplace(kv.first, kv.second.m_path);
   }
 }

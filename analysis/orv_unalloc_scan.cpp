@@ -36,6 +36,7 @@ static bool read_cluster_bitmap(mft_entries_ctx& ctx, std::vector<uint8_t>& bitm
 bool unalloc_scan(results_stream& out, mft_entries_ctx& ctx) {
   if (!ensure_source_open(ctx)) return false;
   ctx.m_dir_store.clear();
+  ctx.m_sound_paths.clear();
   ctx.m_unalloc_pass = 1;
   if (!ctx.m_volume || !ctx.m_volume->validated()) {
     close_source(ctx);

@@ -5,6 +5,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "analysis/dir_cache_entry.h"
@@ -119,6 +120,10 @@ class mft_entries_ctx : public cmd_params {
   uint8_t m_source_open = 0;
   uint8_t m_unalloc_pass = 0;
   dir_store_map m_dir_store;
+  // Paths of parent references whose walk reached the root through sound links; such a walk
+  // gives the same text every time, so each directory is walked once per scan. Emptied with
+  // m_dir_store.
+  std::unordered_map<uint64_t, std::wstring> m_sound_paths;
   // Columns and header state of the default rows, built by the first record that reaches them.
   std::shared_ptr<default_writer_state> m_default_writer;
 
