@@ -117,6 +117,10 @@ static bool scan_prologue(mft_entries_ctx& ctx, bool inode_list, scan_setup& set
   uint64_t record_size = ctx.record_size();
   setup.m_total = (!inode_list && ctx.m_mft_total) ? ctx.m_mft_total : data_size / record_size;
   if (ctx.m_mftfile) setup.m_total = std::min(setup.m_total, ctx.m_mftfile->size() / record_size);
+  // Without a count from the $MFT runs the size in record 0 decides: never more records than the
+  // source could hold, or a lying size walks billions of numbers that all miss the $MFT.
+  uint64_t source = ctx.m_volume && ctx.m_volume->disk() ? ctx.m_volume->disk()->size() : 0;
+  if (!ctx.m_mftfile && source) setup.m_total = std::min(setup.m_total, source / record_size);
   if (inode_list) {
     if (ctx.m_mft_range == 0) ctx.m_mft_range = setup.m_total;
   } else if (ctx.m_mft_range == 0) {

@@ -1,12 +1,16 @@
 // Records damaged on purpose: each case is the smallest input that once broke decoding (undefined
 // behaviour, a read out of bounds, a hang), rebuilt here in memory.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "analysis/entry_record.h"
 #include "analysis/mft_scan.h"
 #include "base/orv_le.h"
+#include "base/orv_string.h"
+#include "base/results_stream.h"
 #include "run/mft_entries_ctx.h"
 #include "tests/mft_fixture.h"
+#include "tests/ntfs/orv_test_volume.h"
 
 using namespace testutil;
 
@@ -42,4 +46,26 @@ TEST(HostileInput, ObjectIdValueOffsetPastTheAttribute) {
   EXPECT_TRUE(select_record(entry, record, uint32_t(record.size()), 30, ctx));
   ASSERT_EQ(entry.m_object_ids.size(), 1u);
   EXPECT_EQ(entry.m_object_ids.begin()->second.m_ids[0], 0);
+}
+
+TEST(HostileInput, VolumeScanBoundedBySourceWhenMftRunsGiveNoCount) {
+  // Record 0 claims a $DATA of 2^40 bytes but its run list is empty: the scan must not walk
+  // 2^30 record numbers that all fall outside the $MFT.
+  testvol::image img(64);
+  img.boot();
+  record_builder mft;
+  mft.resident(0x10, si_value(1, 2, 3, 4));
+  mft.nonresident(0x80, {0}, uint64_t(1) << 40, uint64_t(1) << 40, uint64_t(1) << 40);
+  img.put(img.m_mft_lcn * img.cluster(), mft.build());
+  testvol::image_file file(img.m_bytes);
+  mft_entries_ctx ctx;
+  ctx.m_image_volume_path = orv::to_wide(file.m_path);
+  ctx.m_progress = 0;
+  results_stream out;
+  ASSERT_TRUE(out.open_file(file.m_dir + "/rows.txt"));
+  full_scan(out, ctx);
+  EXPECT_LE(ctx.m_mft_range, img.m_bytes.size() / 1024);
+  EXPECT_GT(ctx.m_mft_range, 0u);
+  out.close();
+  unlink((file.m_dir + "/rows.txt").c_str());
 }
