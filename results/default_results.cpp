@@ -3,6 +3,7 @@
 #include "results/default_results.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "analysis/entry_record.h"
 #include "analysis/orv_paths.h"
@@ -19,6 +20,7 @@ enum : uint8_t { show_si = 1, show_fn = 2, show_fn83 = 4 };
 enum : uint8_t { letter_m = 0, letter_a = 1, letter_c = 2, letter_b = 3 };
 constexpr uint64_t k_stub_parent = ~0ull;
 constexpr uint32_t k_stub_name = 0xFFFFFFFFu;
+constexpr uint32_t k_no_name = 0xFFFFFFFEu;  // no name shown yet
 
 // One time of one attribute, reached through one name.
 struct time_mark {
@@ -42,6 +44,7 @@ struct default_row_scratch {
   std::string m_type_dos;
   std::string m_path;
   std::string m_refinode;
+  std::string m_other;
 };
 
 default_writer_state::default_writer_state() : m_scratch(new default_row_scratch) {}
@@ -93,17 +96,23 @@ void add_marks(std::vector<time_mark>& marks, uint8_t group, uint32_t name, bool
 }
 
 // "si:[mac.]; fn:[m...]" for the groups that have marks at this instant and are asked for.
-void render_macb(std::string& out, const char letters[3][4], const bool present[3], uint8_t show) {
-  static const char* const k_prefix[3] = {"si:[", "fn:[", "fn8.3["};
-  bool first = true;
+size_t render_macb(char* out, const char letters[3][4], const bool present[3], uint8_t show) {
+  static const char k_prefix[3][7] = {"si:[", "fn:[", "fn8.3["};
+  static const uint8_t k_prefix_size[3] = {4, 4, 6};
+  char* p = out;
   for (int g = 0; g < 3; ++g) {
     if (!present[g] || !(show & (1u << g))) continue;
-    if (!first) out.append("; ");
-    first = false;
-    out.append(k_prefix[g]);
-    out.append(letters[g], 4);
-    out.push_back(']');
+    if (p != out) {
+      *p++ = ';';
+      *p++ = ' ';
+    }
+    std::memcpy(p, k_prefix[g], k_prefix_size[g]);
+    p += k_prefix_size[g];
+    std::memcpy(p, letters[g], 4);
+    p += 4;
+    *p++ = ']';
   }
+  return size_t(p - out);
 }
 
 const std::string& name_text(const default_row_scratch& scratch, uint32_t index) {
@@ -145,11 +154,13 @@ void flush_timeline(default_writer_state& state, const entry_record& entry, cons
   set_number(row, state.m_col_ref, cell_int32, entry.link_count());
   set_number(row, state.m_col_size, cell_int64, 0);
   set_text(row, state.m_col_data_type, "");
-  if (std::string* other = text_slot(row, state.m_col_other)) {
+  if (state.m_col_other >= 0) {
     scratch.m_refinode.clear();
     if (referring_record != entry.m_inode) refinode_note(scratch.m_refinode, referring_record, ctx);
     else if (entry.m_is_extension) refinode_note(scratch.m_refinode, orv::ref_number(entry.m_base_ref), ctx);
-    join_other_info(*other, notes, scratch.m_refinode);
+    scratch.m_other.clear();
+    join_other_info(scratch.m_other, notes, scratch.m_refinode);
+    set_text(row, state.m_col_other, scratch.m_other);
   }
   set_text(row, state.m_col_md5, notes.m_md5);
   set_text(row, state.m_col_sha1, notes.m_sha1);
@@ -158,6 +169,11 @@ void flush_timeline(default_writer_state& state, const entry_record& entry, cons
   if (state.m_col_extracted >= 0) set_wide_text(row, state.m_col_extracted, entry.m_extracted_path);
   set_text(row, state.m_col_header, "");
   set_text(row, state.m_col_path, scratch.m_path);
+
+  // The type and name cells hold these since the first row of this timeline; no other code
+  // stores into them meanwhile.
+  int shown_type = -1;
+  uint32_t shown_name = k_no_name;
 
   const bool windowed = ctx.m_filter_start_time || ctx.m_filter_stop_time;
   const uint16_t time_kind = ctx.m_pair_datetime ? cell_time_joined : cell_time_split;
@@ -178,25 +194,33 @@ void flush_timeline(default_writer_state& state, const entry_record& entry, cons
       const time_mark& mark = marks[i];
       letters[mark.m_group][mark.m_letter] = "macb"[mark.m_letter];
       present[mark.m_group] = true;
-      (mark.m_dos ? scratch.m_dos : scratch.m_long).push_back(mark.m_name);
+      // One name brings several marks to an instant, mostly side by side.
+      std::vector<uint32_t>& names = mark.m_dos ? scratch.m_dos : scratch.m_long;
+      if (names.empty() || names.back() != mark.m_name) names.push_back(mark.m_name);
     }
     unique_names(scratch.m_long, scratch);
     unique_names(scratch.m_dos, scratch);
 
     set_time(row, state.m_col_time, time_kind, instant);
+    char macb[48];
     if (!scratch.m_long.empty()) {
-      set_text(row, state.m_col_type, notes.m_type);
+      if (shown_type != 0) set_text(row, state.m_col_type, notes.m_type);
+      shown_type = 0;
+      set_text(row, state.m_col_macb, std::string_view(macb, render_macb(macb, letters, present, show_si | show_fn)));
       for (uint32_t name : scratch.m_long) {
-        set_text(row, state.m_col_name, name_text(scratch, name));
-        if (std::string* macb = text_slot(row, state.m_col_macb)) render_macb(*macb, letters, present, show_si | show_fn);
+        if (name != shown_name) set_text(row, state.m_col_name, name_text(scratch, name));
+        shown_name = name;
         table_write_row(table, out);
       }
     }
     if (!scratch.m_dos.empty()) {
-      set_text(row, state.m_col_type, scratch.m_type_dos);
+      if (scratch.m_type_dos.empty()) scratch.m_type_dos.assign(notes.m_type).append(" (FN 8.3)");
+      if (shown_type != 1) set_text(row, state.m_col_type, scratch.m_type_dos);
+      shown_type = 1;
+      set_text(row, state.m_col_macb, std::string_view(macb, render_macb(macb, letters, present, show_si | show_fn83)));
       for (uint32_t name : scratch.m_dos) {
-        set_text(row, state.m_col_name, name_text(scratch, name));
-        if (std::string* macb = text_slot(row, state.m_col_macb)) render_macb(*macb, letters, present, show_si | show_fn83);
+        if (name != shown_name) set_text(row, state.m_col_name, name_text(scratch, name));
+        shown_name = name;
         table_write_row(table, out);
       }
     }
@@ -232,7 +256,7 @@ void write_timeline_rows(entry_record& entry, results_stream& out, mft_entries_c
   scratch.m_parents.erase(std::unique(scratch.m_parents.begin(), scratch.m_parents.end()), scratch.m_parents.end());
 
   build_record_notes(scratch.m_notes, entry, ctx, scratch.m_parents.size());
-  scratch.m_type_dos.assign(scratch.m_notes.m_type).append(" (FN 8.3)");
+  scratch.m_type_dos.clear();  // made when a DOS name first needs it
 
   if (is_stub(entry)) {
     // A record without names still has a history: its standard information times.

@@ -1,5 +1,6 @@
 #include "results/orv_default_notes.h"
 
+#include <cstring>
 #include <cwctype>
 
 #include "analysis/entry_record.h"
@@ -44,12 +45,16 @@ void append_runs(std::string& out, const data_run_list& runs) {
 }  // namespace
 
 void append_entry_number(std::string& out, uint64_t number, bool hex) {
+  char buffer[24];
+  char* p = buffer;
   if (hex) {
-    out.append("0x");
-    append_hex(out, number, 8);
+    *p++ = '0';
+    *p++ = 'x';
+    p = put_hex(p, number, 8);
   } else {
-    append_decimal(out, number);
+    p = put_decimal(p, number);
   }
+  out.append(buffer, size_t(p - buffer));
 }
 
 const char* record_type_text(const entry_record& entry, const mft_entries_ctx& ctx) {
@@ -61,12 +66,42 @@ const char* record_type_text(const entry_record& entry, const mft_entries_ctx& c
 void extension_text(std::string& out, const std::wstring& name, bool is_directory) {
   size_t dot = name.rfind(L'.');
   if (is_directory || dot == std::wstring::npos) {
-    out.append("none");
+    out.append("none", 4);
     return;
   }
-  std::wstring ext = name.substr(dot + 1);
-  for (wchar_t& c : ext) c = wchar_t(std::towlower(wint_t(c)));
-  append_utf8_of(out, ext);
+  // Lowered and written as UTF-8 one character at a time; ASCII needs no library call.
+  char buffer[64];
+  size_t n = 0;
+  for (size_t i = dot + 1; i < name.size(); ++i) {
+    if (n + 4 > sizeof(buffer)) {
+      out.append(buffer, n);
+      n = 0;
+    }
+    uint32_t c = uint32_t(name[i]);
+    if (c < 0x80) {
+      buffer[n++] = char(c >= 'A' && c <= 'Z' ? c + 32 : c);
+      continue;
+    }
+    c = uint32_t(wchar_t(std::towlower(wint_t(name[i]))));
+    if (c < 0x80) {
+      buffer[n++] = char(c);
+    } else if (c < 0x800) {
+      buffer[n++] = char(0xC0 | (c >> 6));
+      buffer[n++] = char(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+      buffer[n++] = char(0xE0 | (c >> 12));
+      buffer[n++] = char(0x80 | ((c >> 6) & 0x3F));
+      buffer[n++] = char(0x80 | (c & 0x3F));
+    } else if (c <= 0x10FFFF) {
+      buffer[n++] = char(0xF0 | (c >> 18));
+      buffer[n++] = char(0x80 | ((c >> 12) & 0x3F));
+      buffer[n++] = char(0x80 | ((c >> 6) & 0x3F));
+      buffer[n++] = char(0x80 | (c & 0x3F));
+    } else {
+      break;  // not a code point: the text ends here, as in every UTF-8 conversion of the tool
+    }
+  }
+  out.append(buffer, n);
 }
 
 void append_digest(std::string& out, const uint8_t* bytes, size_t length) {
@@ -77,31 +112,55 @@ void append_digest(std::string& out, const uint8_t* bytes, size_t length) {
 }
 
 void append_summary(std::string& out, const entry_record& entry, const mft_entries_ctx& ctx) {
-  size_t start = out.size();
+  // Fixed words and numbers are gathered in a local buffer and handed on in few appends.
+  char buffer[256];
+  size_t n = 0;
+  auto flush = [&] {
+    out.append(buffer, n);
+    n = 0;
+  };
+  auto put = [&](const char* text, size_t size) {
+    if (n + size > sizeof(buffer)) {
+      flush();
+      if (size > sizeof(buffer)) {
+        out.append(text, size);
+        return;
+      }
+    }
+    std::memcpy(buffer + n, text, size);
+    n += size;
+  };
+  auto put_hex_value = [&](uint64_t value, int min_digits) {
+    if (n + 20 > sizeof(buffer)) flush();
+    n = size_t(put_hex(buffer + n, value, min_digits) - buffer);
+  };
+  const size_t start = out.size();
   for (const auto& pair : entry.m_attribs) {
     const attrib_item& item = pair.second;
     if (!item.m_is_data) continue;
     uint64_t size = item.stream_size();
     if (size == 0) continue;
-    out.push_back('[');
+    put("[", 1);
     if (!item.m_name.empty()) {
+      flush();
       append_utf8_of(out, item.m_name);
-      out.append(" : ");
+      put(" : ", 3);
     }
     if (!item.m_label.empty()) {
-      out.append(item.m_label);
-      out.append(" : ");
+      put(item.m_label.data(), item.m_label.size());
+      put(" : ", 3);
     }
-    out.append("sz: 0x");
-    append_hex(out, size, 4);
+    put("sz: 0x", 6);
+    put_hex_value(size, 4);
     if (!item.non_resident() && !item.m_text.empty()) {
-      out.append(" : ");
-      out.append(item.m_text);
+      put(" : ", 3);
+      put(item.m_text.data(), item.m_text.size());
     } else if (ctx.m_include_clusterinfo && item.non_resident()) {
-      out.append(" : ");
+      put(" : ", 3);
+      flush();
       append_runs(out, item.m_runs);
     }
-    out.append("]; ");
+    put("]; ", 3);
   }
   const uint64_t lsn = orv::le64(entry.m_header.data() + FR_LSN);
   uint64_t usn = 0;
@@ -112,20 +171,21 @@ void append_summary(std::string& out, const entry_record& entry, const mft_entri
     security_id = si.security_id();
   }
   if (lsn) {
-    out.append("[logfile_seqnum: 0x");
-    append_hex(out, lsn, 6);
-    out.append("]; ");
+    put("[logfile_seqnum: 0x", 19);
+    put_hex_value(lsn, 6);
+    put("]; ", 3);
   }
   if (usn) {
-    out.append("[usnjrnl_indx: 0x");
-    append_hex(out, usn, 6);
-    out.append("]; ");
+    put("[usnjrnl_indx: 0x", 17);
+    put_hex_value(usn, 6);
+    put("]; ", 3);
   }
   if (security_id) {
-    out.append("[security_id: 0x");
-    append_hex(out, security_id, 4);
-    out.append("]; ");
+    put("[security_id: 0x", 16);
+    put_hex_value(security_id, 4);
+    put("]; ", 3);
   }
+  flush();
   if (out.size() >= start + 2) out.resize(out.size() - 2);
 }
 

@@ -73,9 +73,14 @@ bool storable(const result_row& row, int index, uint16_t kind) {
   return !row.m_disabled && index >= 0 && uint32_t(index) < row.m_count && kind <= 31;
 }
 
+// "00" to "99".
+const char k_digit_pairs[201] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
 inline char* put2(char* p, uint32_t v) {
-  p[0] = char('0' + v / 10);
-  p[1] = char('0' + v % 10);
+  std::memcpy(p, k_digit_pairs + 2 * v, 2);
   return p + 2;
 }
 
@@ -85,18 +90,21 @@ char* put_clock(char* p, uint64_t filetime, unsigned fraction_digits) {
   const uint64_t secs = filetime / k_ticks_per_second;
   const uint32_t fraction = uint32_t(filetime - secs * k_ticks_per_second);
   const uint32_t rest = uint32_t(secs % 86400);
-  p = put2(p, rest / 3600);
+  const uint32_t minutes = rest / 60;
+  p = put2(p, minutes / 60);
   *p++ = ':';
-  p = put2(p, (rest / 60) % 60);
+  p = put2(p, minutes % 60);
   *p++ = ':';
-  p = put2(p, rest % 60);
+  p = put2(p, rest - minutes * 60);
   if (fraction_digits) {
     *p++ = '.';
     uint32_t v = (fraction * 100) / k_tens[9 - fraction_digits];  // nanoseconds cut to the digits
-    for (unsigned i = fraction_digits; i-- > 0;) {
-      p[i] = char('0' + v % 10);
-      v /= 10;
+    unsigned i = fraction_digits;
+    for (; i >= 2; i -= 2) {
+      std::memcpy(p + i - 2, k_digit_pairs + 2 * (v % 100), 2);
+      v /= 100;
     }
+    if (i) p[0] = char('0' + v);
     p += fraction_digits;
   }
   return p;
@@ -120,7 +128,7 @@ bool time_text(result_row& row, uint64_t filetime, const result_layout& layout) 
   const uint64_t day = filetime / k_ticks_per_day;
   result_row::day_text& slot = row.m_days[day % result_row::k_day_slots];
   if (slot.m_day == day) {
-    std::memcpy(row.m_date_text, slot.m_text, slot.m_size);
+    std::memcpy(row.m_date_text, slot.m_text, sizeof(slot.m_text));
     row.m_date_size = slot.m_size;
     row.m_clock_size = uint8_t(put_clock(row.m_clock_text, filetime, row.m_fraction_digits) - row.m_clock_text);
     return true;
@@ -159,12 +167,19 @@ inline char* put_bytes(char* p, const char* text, size_t size) {
   return p + size;
 }
 
+// Date or clock text from the row's 64-byte arrays: copied whole, the room allows it.
+inline char* put_time_text(char* p, const char* text, size_t size) {
+  std::memcpy(p, text, 32);
+  if (size > 32) std::memcpy(p + 32, text + 32, size - 32);
+  return p + size;
+}
+
 // One part of a time cell: the optional blank, the text (one blank when the instant cannot be
 // shown and the layout is padded), then padding.
 char* put_time_part(char* p, const char* text, size_t size, bool valid, size_t width, const result_layout& layout) {
   if (layout.m_blank_before_time) *p++ = ' ';
   char* start = p;
-  if (valid) p = put_bytes(p, text, size);
+  if (valid) p = put_time_text(p, text, size);
   else if (!layout.m_no_padding) *p++ = ' ';
   if (!layout.m_no_padding) p = pad_to(start, p, width);
   return p;
@@ -291,6 +306,20 @@ size_t cell_bound(const result_row& row, size_t i, size_t count, const std::vect
   return bound;
 }
 
+// A text cell: quotes when asked for (not around an object), the cleaned text, padding.
+inline char* put_text_cell(char* p, const result_cell& cell, const result_column& column, const result_layout& layout) {
+  char* const start = p;
+  const std::string& text = cell.m_text;
+  const bool quoted = (cell.m_flags | column.m_flags) & cell_flag_quoted;
+  const bool as_is = text.size() > 2 && text[0] == '{' && text[1] == '"';
+  if (quoted && !as_is) *p++ = '"';
+  p = put_clean(p, text.data(), text.size(), quoted ? 0 : layout.m_replace_char, layout.m_replace_with,
+                layout.m_line_break_tokens);
+  if (quoted && !as_is) *p++ = '"';
+  if (!layout.m_no_padding && column.m_width) p = pad_to(start, p, column.m_width);
+  return p;
+}
+
 // Renders cell `i` without separators in front; a split time cell also renders the column behind
 // it.
 char* put_cell(char* p, result_row& row, size_t i, size_t count, const std::vector<result_column>& columns,
@@ -301,15 +330,7 @@ char* put_cell(char* p, result_row& row, size_t i, size_t count, const std::vect
   const uint32_t flags = cell.m_flags | column.m_flags;
 
   if (cell.m_kind == cell_text) {
-    char* start = p;
-    const std::string& text = cell.m_text;
-    const bool quoted = flags & cell_flag_quoted;
-    const bool as_is = text.size() > 2 && text[0] == '{' && text[1] == '"';
-    if (quoted && !as_is) *p++ = '"';
-    p = put_clean(p, text.data(), text.size(), quoted ? 0 : layout.m_replace_char, layout.m_replace_with,
-                  layout.m_line_break_tokens);
-    if (quoted && !as_is) *p++ = '"';
-    if (width) p = pad_to(start, p, width);
+    p = put_text_cell(p, cell, column, layout);
   } else if (is_integer_kind(cell.m_kind)) {
     p = put_number(p, cell, flags, width, layout);
   } else if (cell.m_kind == cell_time_split) {
@@ -324,9 +345,9 @@ char* put_cell(char* p, result_row& row, size_t i, size_t count, const std::vect
     if (layout.m_blank_before_time) *p++ = ' ';
     char* start = p;
     if (valid) {
-      p = put_bytes(p, row.m_date_text, row.m_date_size);
+      p = put_time_text(p, row.m_date_text, row.m_date_size);
       *p++ = ' ';
-      p = put_bytes(p, row.m_clock_text, row.m_clock_size);
+      p = put_time_text(p, row.m_clock_text, row.m_clock_size);
     } else if (!layout.m_no_padding) {
       *p++ = ' ';
     }
@@ -350,6 +371,25 @@ size_t cells_used(const result_row& row, size_t i, size_t count) {
   return (row.m_cells[i].m_kind == cell_time_split && i + 1 < count) ? 2 : 1;
 }
 
+inline void mark_stored(result_row& row, size_t index, bool split) {
+  row.m_stored_bits[index >> 6] |= 1ull << (index & 63);
+  if (row.m_split[index] != uint8_t(split)) {
+    row.m_split[index] = uint8_t(split);
+    row.m_starts_valid = false;
+  }
+}
+
+// Which cells start a column group when the row is walked from its first cell.
+void find_starts(result_row& row, size_t count) {
+  std::memset(row.m_starts.data(), 0, row.m_starts.size());
+  for (size_t i = 0; i < count;) {
+    row.m_starts[i] = 1;
+    i += row.m_split[i] && i + 1 < count ? 2 : 1;
+  }
+  row.m_starts_count = uint32_t(count);
+  row.m_starts_valid = true;
+}
+
 // Renders the row into the buffer that does not hold the previous row, re-rendering only the
 // cells stored since the previous call and copying the others from the previous row, a run of
 // neighbours (separators included) at a time. A line feed follows the returned bytes.
@@ -357,47 +397,66 @@ std::string_view render_line(result_row& row, const std::vector<result_column>& 
                              const result_layout& layout) {
   if (row.m_disabled) return {};
   const size_t count = row_columns(row, columns);
-  const char* const separator = layout.m_separator.data();
-  const size_t separator_size = layout.m_separator.size();
-  uint8_t* const dirty = row.m_dirty.data();
   uint32_t* const length = row.m_last_length.data();
-  if ((!row.m_last_valid || row.m_last_count != count) && count) {
-    std::memset(dirty, 1, count);
-    std::memset(length, 0, count * sizeof(uint32_t));
+  if (!row.m_last_valid || row.m_last_count != count) {
+    for (size_t i = 0; i < count; ++i) row.m_stored_bits[i >> 6] |= 1ull << (i & 63);
+    std::memset(length, 0, row.m_last_length.size() * sizeof(uint32_t));
   }
+  if (!row.m_starts_valid || row.m_starts_count != count) find_starts(row, count);
+  const uint8_t* const starts = row.m_starts.data();
+  const uint8_t* const split = row.m_split.data();
   std::vector<char>& line = row.m_line_bytes[row.m_line_previous ^ 1];
   const char* const last = row.m_line_bytes[row.m_line_previous].data();
+  // The separator, padded so that it can be written eight bytes at a time.
+  const size_t separator_size = layout.m_separator.size();
+  char separator[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+  const bool short_separator = separator_size <= 8;
+  if (short_separator) std::memcpy(separator, layout.m_separator.data(), separator_size);
 
   size_t used = 0;       // bytes written
-  size_t last_pos = 0;   // start of cell i in the previous row
+  size_t next = 0;       // first cell not yet passed
+  size_t last_pos = 0;   // where cell `next` starts in the previous row
   size_t copy_from = 0;  // start of the run of unchanged cells in the previous row
-  for (size_t i = 0; i < count;) {
-    const size_t step = cells_used(row, i, count);
-    const size_t old_length = length[i] + (step == 2 ? length[i + 1] : 0);
-    if (!dirty[i]) {
-      last_pos += old_length;
-      i += step;
-      continue;
+  for (size_t word = 0; word * 64 < count; ++word) {
+    uint64_t bits = row.m_stored_bits[word];
+    if (count - word * 64 < 64) bits &= (1ull << (count - word * 64)) - 1;
+    while (bits) {
+      const size_t i = word * 64 + size_t(__builtin_ctzll(bits));
+      bits &= bits - 1;
+      if (i < next || !starts[i]) continue;  // a column of the time cell in front: left stored
+      while (next < i) last_pos += length[next++];
+      if (last_pos > copy_from) {
+        std::memcpy(room(line, used, last_pos - copy_from), last + copy_from, last_pos - copy_from);
+        used += last_pos - copy_from;
+      }
+      const size_t step = split[i] && i + 1 < count ? 2 : 1;
+      last_pos += length[i] + (step == 2 ? length[i + 1] : 0);
+      copy_from = last_pos;
+      next = i + step;
+
+      char* const base = room(line, used, cell_bound(row, i, count, columns, layout));
+      char* p = base;
+      if (i) {
+        if (short_separator) std::memcpy(p, separator, 8);
+        else std::memcpy(p, layout.m_separator.data(), separator_size);
+        p += separator_size;
+      }
+      const result_cell& cell = row.m_cells[i];
+      if (cell.m_kind == cell_text) {
+        p = put_text_cell(p, cell, columns[i], layout);
+      } else {
+        p = put_cell(p, row, i, count, columns, layout);
+      }
+      length[i] = uint32_t(p - base);
+      used += size_t(p - base);
+      row.m_stored_bits[word] &= ~(1ull << (i & 63));
+      if (step == 2) {
+        length[i + 1] = 0;
+        row.m_stored_bits[(i + 1) >> 6] |= 1ull << ((i + 1) & 63);  // afresh should it stand alone again
+      }
     }
-    if (last_pos > copy_from) {
-      std::memcpy(room(line, used, last_pos - copy_from), last + copy_from, last_pos - copy_from);
-      used += last_pos - copy_from;
-    }
-    last_pos += old_length;
-    copy_from = last_pos;
-    char* const base = room(line, used, cell_bound(row, i, count, columns, layout));
-    char* p = base;
-    if (i) p = put_bytes(p, separator, separator_size);
-    p = put_cell(p, row, i, count, columns, layout);
-    length[i] = uint32_t(p - base);
-    dirty[i] = 0;
-    if (step == 2) {
-      length[i + 1] = 0;
-      dirty[i + 1] = 1;
-    }
-    used += size_t(p - base);
-    i += step;
   }
+  while (next < count) last_pos += length[next++];
   if (last_pos > copy_from) {
     std::memcpy(room(line, used, last_pos - copy_from), last + copy_from, last_pos - copy_from);
     used += last_pos - copy_from;
@@ -422,8 +481,10 @@ bool row_reset(result_row& row, uint32_t count) {
   row.m_disabled = false;
   row.m_count = count;
   if (row.m_cells.size() < count) row.m_cells.resize(count);
-  row.m_dirty.assign(row.m_cells.size(), 1);
-  row.m_last_length.assign(row.m_cells.size(), 0);
+  row.m_last_length.assign(row.m_cells.size() + 1, 0);
+  row.m_split.assign(row.m_cells.size() + 1, 0);
+  row.m_starts.assign(row.m_cells.size() + 1, 0);
+  row.m_starts_valid = false;
   row_clear(row);
   return true;
 }
@@ -437,7 +498,7 @@ void empty_cell(result_row& row, size_t index) {
   cell.m_text.clear();
   cell.m_number = 0;
   cell.m_bytes.clear();
-  row.m_dirty[index] = 1;
+  mark_stored(row, index, false);
 }
 
 }  // namespace
@@ -460,7 +521,7 @@ bool set_number(result_row& row, int index, uint16_t kind, uint64_t value, uint3
   cell.m_flags = flags | row.m_default_flags;
   cell.m_number = value;
   cell.m_text.clear();
-  row.m_dirty[size_t(index)] = 1;
+  mark_stored(row, size_t(index), kind == cell_time_split);
   return true;
 }
 
@@ -471,16 +532,26 @@ std::string* text_slot(result_row& row, int index, uint32_t flags) {
   cell.m_flags = flags | row.m_default_flags;
   cell.m_number = 0;
   cell.m_text.clear();
-  row.m_dirty[size_t(index)] = 1;
+  mark_stored(row, size_t(index), false);
   return &cell.m_text;
 }
 
 bool set_text(result_row& row, int index, std::string_view text, uint32_t flags) {
-  if (!storable(row, index, cell_text)) return true;
+  if (uint32_t(index) >= row.m_count || row.m_disabled) return true;  // -1 included
   result_cell& cell = row.m_cells[size_t(index)];
+  flags |= row.m_default_flags;
+  std::string& stored = cell.m_text;
+  const size_t size = text.size();
   // Rows of one record store the same texts again; an unchanged cell keeps its rendering.
-  if (cell.m_kind == cell_text && cell.m_flags == (flags | row.m_default_flags) && cell.m_text == text) return true;
-  if (std::string* slot = text_slot(row, index, flags)) slot->assign(text.data(), text.size());
+  if (cell.m_kind == cell_text && cell.m_flags == flags && stored.size() == size &&
+      (size == 0 || (stored[0] == text[0] && std::memcmp(stored.data(), text.data(), size) == 0)))
+    return true;
+  cell.m_kind = cell_text;
+  cell.m_flags = flags;
+  cell.m_number = 0;
+  mark_stored(row, size_t(index), false);
+  stored.clear();
+  stored.append(text.data(), size);  // cheaper than assign, which guards against overlap
   return true;
 }
 
@@ -491,8 +562,15 @@ bool set_wide_text(result_row& row, int index, const std::wstring& text, uint32_
 
 bool set_time(result_row& row, int index, uint16_t kind, uint64_t filetime, uint32_t flags) {
   if (!set_number(row, index, kind, filetime, flags)) return false;
-  if (kind == cell_time_split && storable(row, index, kind) && uint32_t(index) + 1 < row.m_count)
-    empty_cell(row, size_t(index) + 1);
+  if (kind == cell_time_split && storable(row, index, kind) && uint32_t(index) + 1 < row.m_count) {
+    const result_cell& next = row.m_cells[size_t(index) + 1];
+    // Mostly still empty from the previous time stored here.
+    if (next.m_kind != cell_none || next.m_flags || next.m_number || !next.m_text.empty() || !next.m_bytes.empty() ||
+        row.m_split[size_t(index) + 1])
+      empty_cell(row, size_t(index) + 1);
+    else
+      row.m_stored_bits[(size_t(index) + 1) >> 6] |= 1ull << ((size_t(index) + 1) & 63);
+  }
   return true;
 }
 
@@ -514,13 +592,23 @@ void layout_from_options(result_layout& layout, const cmd_params& options) {
 }
 
 void append_utf8_of(std::string& out, const std::wstring& text) {
-  // Names and paths are mostly ASCII: write those straight into the grown string.
-  size_t start = out.size();
-  out.resize(start + text.size());
-  char* ascii = &out[0] + start;
-  const wchar_t* wide = text.data();
+  // Names and paths are mostly ASCII: write those straight into the grown string, four at a
+  // time while all four are ASCII.
+  const size_t start = out.size();
+  const wchar_t* const wide = text.data();
   const size_t size = text.size();
+  out.resize(start + size);
+  char* const ascii = &out[0] + start;
   size_t i = 0;
+  for (; i + 4 <= size; i += 4) {
+    const uint32_t a = uint32_t(wide[i]), b = uint32_t(wide[i + 1]), c = uint32_t(wide[i + 2]),
+                   d = uint32_t(wide[i + 3]);
+    if ((a | b | c | d) >= 0x80) break;
+    ascii[i] = char(a);
+    ascii[i + 1] = char(b);
+    ascii[i + 2] = char(c);
+    ascii[i + 3] = char(d);
+  }
   for (; i < size && uint32_t(wide[i]) < 0x80; ++i) ascii[i] = char(wide[i]);
   if (i == size) return;
   out.resize(start + i);

@@ -77,11 +77,18 @@ class result_row {
   size_t m_last_size = 0;        // bytes of the previous row, line feed not counted
   uint32_t m_last_count = 0;     // cells of the previous row
   bool m_last_valid = false;
-  // Per cell: stored since the previous row was rendered, and the bytes it took in that row
-  // with its separator (0 for a column rendered by the time cell in front of it). Most cells of
-  // a record's rows do not change, and such cells are copied from the previous row in runs.
-  std::vector<uint8_t> m_dirty;
+  // Cells stored since the previous row was rendered, one bit each. Most cells of a record's
+  // rows do not change, and such cells are copied from the previous row in runs.
+  uint64_t m_stored_bits[4] = {0, 0, 0, 0};
+  // Per cell: the bytes it took in the previous row with its separator (0 for a column rendered
+  // by the time cell in front of it); 1 for a split time cell; 1 where a cell starts when the
+  // row is walked, a split time cell taking the column behind it. The starts are worked out
+  // again when a cell becomes or stops being a split time cell.
   std::vector<uint32_t> m_last_length;
+  std::vector<uint8_t> m_split;
+  std::vector<uint8_t> m_starts;
+  uint32_t m_starts_count = 0;
+  bool m_starts_valid = false;
   std::string m_last_line;  // copy handed out by render_row_cached
 
   // Last rendered instant: the rows of one timeline entry share it.
@@ -90,14 +97,14 @@ class result_row {
   bool m_cached_valid = false;
   uint8_t m_date_size = 0;
   uint8_t m_clock_size = 0;
-  char m_date_text[64];
-  char m_clock_text[64];
+  char m_date_text[64] = {};
+  char m_clock_text[64] = {};
 
   // Date texts by day, for the layout they were made under; the clock is worked out directly.
   struct day_text {
     uint64_t m_day = ~0ull;
     uint8_t m_size = 0;
-    char m_text[31];
+    char m_text[31] = {};
   };
   static constexpr size_t k_day_slots = 16;
   day_text m_days[k_day_slots];
