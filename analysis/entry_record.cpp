@@ -160,13 +160,13 @@ void entry_record::clear() {
 static void append_hex8(std::string& out, uint64_t value) {
   static const char k_hex[] = "0123456789abcdef";
   char digits[16];
-  int n = 0;
+  int n = 16;
   do {
-    digits[n++] = k_hex[value & 0xF];
+    digits[--n] = k_hex[value & 0xF];
     value >>= 4;
   } while (value);
-  for (int pad = n; pad < 8; ++pad) out.push_back('0');
-  while (n) out.push_back(digits[--n]);
+  while (n > 8) digits[--n] = '0';
+  out.append(digits + n, size_t(16 - n));
 }
 
 static void build_path_key(std::string& key, uint64_t parent_number, const std::string& name_utf8, uint64_t inode) {

@@ -124,7 +124,14 @@ size_t utf16_to_wide(const uint8_t* bytes, int64_t length, std::wstring& out) {
   if (!bytes) return 0;
   const size_t limit = length < 0 ? 500 : size_t(uint64_t(length) / 2);
   size_t units = 0;
-  while (units < limit && le16(bytes + 2 * units) != 0) ++units;
+  bool plain = true;  // no surrogate at all: one unit, one character
+  for (uint32_t u; units < limit && (u = le16(bytes + 2 * units)) != 0; ++units)
+    if (u >= 0xD800 && u <= 0xDFFF) plain = false;
+  if (plain) {
+    out.resize(units);
+    for (size_t i = 0; i < units; ++i) out[i] = wchar_t(le16(bytes + 2 * i));
+    return units * 2;
+  }
   out.reserve(units);
   bool joined = true;
   for (size_t i = 0; i < units; ++i) {
