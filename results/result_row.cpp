@@ -110,17 +110,15 @@ char* put_clock(char* p, uint64_t filetime, unsigned fraction_digits) {
   return p;
 }
 
-// Date and time text of an instant; the rows of one timeline entry ask for the same instant again.
-// A date depends only on the day, so it is kept by day; the clock is cheap to work out.
-bool time_text(result_row& row, uint64_t filetime, const result_layout& layout) {
-  if (row.m_cache_filled && row.m_cached_time == filetime) return row.m_cached_valid;
-  row.m_cached_time = filetime;
-  row.m_cache_filled = true;
-  row.m_date_size = 0;
-  row.m_clock_size = 0;
-  row.m_cached_valid = filetime != 0 && orv::filetime_displayable(filetime);
-  if (!row.m_cached_valid) return false;
+// How the date of an instant was found: the instant cannot be shown; its day was kept, and the
+// clock is to be worked out; or both texts were just made, the clock standing in m_clock_work.
+enum date_source { date_hidden, date_kept, date_made };
 
+// The date text of an instant. A date depends only on the day, so it is kept by day for the
+// layout in use; the clock is cheap to work out.
+date_source find_date(result_row& row, uint64_t filetime, const result_layout& layout, const char*& date,
+                      size_t& size) {
+  if (filetime == 0 || !orv::filetime_displayable(filetime)) return date_hidden;
   if (row.m_days_layout != &layout) {
     for (auto& slot : row.m_days) slot.m_day = ~0ull;
     row.m_days_layout = &layout;
@@ -128,61 +126,36 @@ bool time_text(result_row& row, uint64_t filetime, const result_layout& layout) 
   const uint64_t day = filetime / k_ticks_per_day;
   result_row::day_text& slot = row.m_days[day % result_row::k_day_slots];
   if (slot.m_day == day) {
-    std::memcpy(row.m_date_text, slot.m_text, sizeof(slot.m_text));
-    row.m_date_size = slot.m_size;
-    row.m_clock_size = uint8_t(put_clock(row.m_clock_text, filetime, row.m_fraction_digits) - row.m_clock_text);
-    return true;
+    date = slot.m_text;
+    size = slot.m_size;
+    return date_kept;
   }
 
-  std::string& date = row.m_date_work;
+  std::string& made = row.m_date_work;
   std::string& clock = row.m_clock_work;
-  date.clear();
+  made.clear();
   clock.clear();
-  row.m_cached_valid = orv::append_filetime_text(date, clock, filetime, layout.m_time_state);
-  if (!row.m_cached_valid || date.size() > sizeof(row.m_date_text) || clock.size() > sizeof(row.m_clock_text)) {
-    row.m_cached_valid = false;
-    return false;
-  }
-  std::memcpy(row.m_date_text, date.data(), date.size());
-  row.m_date_size = uint8_t(date.size());
-  std::memcpy(row.m_clock_text, clock.data(), clock.size());
-  row.m_clock_size = uint8_t(clock.size());
+  if (!orv::append_filetime_text(made, clock, filetime, layout.m_time_state)) return date_hidden;
   // "hh:mm:ss" and, when asked for, a point and the fraction: the same for every instant. The
   // day is kept only when the clock worked out here matches the one just made.
   const unsigned digits = clock.size() > 9 ? unsigned(clock.size() - 9) : 0;
   char check[64];
   const bool same_clock = digits <= 9 && size_t(put_clock(check, filetime, digits) - check) == clock.size() &&
                           std::memcmp(check, clock.data(), clock.size()) == 0;
-  if (same_clock && date.size() <= sizeof(slot.m_text)) {
+  if (same_clock && made.size() <= sizeof(slot.m_text)) {
     row.m_fraction_digits = digits;
-    std::memcpy(slot.m_text, date.data(), date.size());
-    slot.m_size = uint8_t(date.size());
+    std::memcpy(slot.m_text, made.data(), made.size());
+    slot.m_size = uint8_t(made.size());
     slot.m_day = day;
   }
-  return true;
+  date = made.data();
+  size = made.size();
+  return date_made;
 }
 
 inline char* put_bytes(char* p, const char* text, size_t size) {
   std::memcpy(p, text, size);
   return p + size;
-}
-
-// Date or clock text from the row's 64-byte arrays: copied whole, the room allows it.
-inline char* put_time_text(char* p, const char* text, size_t size) {
-  std::memcpy(p, text, 32);
-  if (size > 32) std::memcpy(p + 32, text + 32, size - 32);
-  return p + size;
-}
-
-// One part of a time cell: the optional blank, the text (one blank when the instant cannot be
-// shown and the layout is padded), then padding.
-char* put_time_part(char* p, const char* text, size_t size, bool valid, size_t width, const result_layout& layout) {
-  if (layout.m_blank_before_time) *p++ = ' ';
-  char* start = p;
-  if (valid) p = put_time_text(p, text, size);
-  else if (!layout.m_no_padding) *p++ = ' ';
-  if (!layout.m_no_padding) p = pad_to(start, p, width);
-  return p;
 }
 
 char* put_number(char* p, const result_cell& cell, uint32_t flags, size_t width, const result_layout& layout) {
@@ -288,6 +261,14 @@ char* put_clean(char* p, const char* data, size_t size, char replace, char with,
   return p;
 }
 
+// Copies a run of the previous row: both rows have sixteen bytes of room past their end, so a
+// short run goes in sixteen-byte pieces without a library call.
+inline char* put_run(char* p, const char* from, size_t size) {
+  if (size > 64) return put_bytes(p, from, size);
+  for (size_t i = 0; i < size; i += 16) std::memcpy(p + i, from + i, 16);
+  return p + size;
+}
+
 // Room for `need` more bytes behind the first `used` of the buffer.
 inline char* room(std::vector<char>& buffer, size_t used, size_t need) {
   if (buffer.size() < used + need) {
@@ -307,16 +288,66 @@ size_t cell_bound(const result_row& row, size_t i, size_t count, const std::vect
 }
 
 // A text cell: quotes when asked for (not around an object), the cleaned text, padding.
-inline char* put_text_cell(char* p, const result_cell& cell, const result_column& column, const result_layout& layout) {
+inline char* put_text_cell(char* p, std::string_view text, uint32_t flags, size_t width, const result_layout& layout) {
   char* const start = p;
-  const std::string& text = cell.m_text;
-  const bool quoted = (cell.m_flags | column.m_flags) & cell_flag_quoted;
+  const bool quoted = flags & cell_flag_quoted;
   const bool as_is = text.size() > 2 && text[0] == '{' && text[1] == '"';
   if (quoted && !as_is) *p++ = '"';
   p = put_clean(p, text.data(), text.size(), quoted ? 0 : layout.m_replace_char, layout.m_replace_with,
                 layout.m_line_break_tokens);
   if (quoted && !as_is) *p++ = '"';
-  if (!layout.m_no_padding && column.m_width) p = pad_to(start, p, column.m_width);
+  if (!layout.m_no_padding && width) p = pad_to(start, p, width);
+  return p;
+}
+
+// A time cell of either kind; a split one also renders the column behind it when there is one.
+// Each part: the optional blank, the text (one blank when the instant cannot be shown and the
+// layout is padded), then padding.
+char* put_time_value(char* p, result_row& row, uint16_t kind, uint64_t filetime, size_t i, size_t count,
+                     const std::vector<result_column>& columns, const result_layout& layout) {
+  const char* date = nullptr;
+  size_t date_size = 0;
+  const date_source source = find_date(row, filetime, layout, date, date_size);
+  const bool padded = !layout.m_no_padding;
+  auto put_date = [&](char* q) {
+    if (source == date_kept) {
+      std::memcpy(q, date, 16);  // a kept date has room for sixteen bytes and more
+      if (date_size > 16) std::memcpy(q + 16, date + 16, date_size - 16);
+      return q + date_size;
+    }
+    return put_bytes(q, date, date_size);
+  };
+  auto put_clock_text = [&](char* q) {
+    if (source == date_kept) return put_clock(q, filetime, row.m_fraction_digits);
+    return put_bytes(q, row.m_clock_work.data(), row.m_clock_work.size());
+  };
+
+  if (kind == cell_time_split) {
+    if (layout.m_blank_before_time) *p++ = ' ';
+    char* start = p;
+    if (source != date_hidden) p = put_date(p);
+    else if (padded) *p++ = ' ';
+    if (padded) p = pad_to(start, p, columns[i].m_width);
+    if (i + 1 < count) {
+      p = put_bytes(p, layout.m_separator.data(), layout.m_separator.size());
+      if (layout.m_blank_before_time) *p++ = ' ';
+      start = p;
+      if (source != date_hidden) p = put_clock_text(p);
+      else if (padded) *p++ = ' ';
+      if (padded) p = pad_to(start, p, columns[i + 1].m_width);
+    }
+    return p;
+  }
+  if (layout.m_blank_before_time) *p++ = ' ';
+  char* start = p;
+  if (source != date_hidden) {
+    p = put_date(p);
+    *p++ = ' ';
+    p = put_clock_text(p);
+  } else if (padded) {
+    *p++ = ' ';
+  }
+  if (padded && columns[i].m_width) p = pad_to(start, p, columns[i].m_width);
   return p;
 }
 
@@ -330,28 +361,11 @@ char* put_cell(char* p, result_row& row, size_t i, size_t count, const std::vect
   const uint32_t flags = cell.m_flags | column.m_flags;
 
   if (cell.m_kind == cell_text) {
-    p = put_text_cell(p, cell, column, layout);
+    p = put_text_cell(p, cell.m_text, flags, column.m_width, layout);
   } else if (is_integer_kind(cell.m_kind)) {
     p = put_number(p, cell, flags, width, layout);
-  } else if (cell.m_kind == cell_time_split) {
-    bool valid = time_text(row, cell.m_number, layout);
-    p = put_time_part(p, row.m_date_text, row.m_date_size, valid, column.m_width, layout);
-    if (i + 1 < count) {
-      p = put_bytes(p, layout.m_separator.data(), layout.m_separator.size());
-      p = put_time_part(p, row.m_clock_text, row.m_clock_size, valid, columns[i + 1].m_width, layout);
-    }
-  } else if (cell.m_kind == cell_time_joined) {
-    bool valid = time_text(row, cell.m_number, layout);
-    if (layout.m_blank_before_time) *p++ = ' ';
-    char* start = p;
-    if (valid) {
-      p = put_time_text(p, row.m_date_text, row.m_date_size);
-      *p++ = ' ';
-      p = put_time_text(p, row.m_clock_text, row.m_clock_size);
-    } else if (!layout.m_no_padding) {
-      *p++ = ' ';
-    }
-    if (width) p = pad_to(start, p, width);
+  } else if (cell.m_kind == cell_time_split || cell.m_kind == cell_time_joined) {
+    p = put_time_value(p, row, cell.m_kind, cell.m_number, i, count, columns, layout);
   } else {
     // Empty or foreign cell: blank fill keeps the columns aligned.
     if (layout.m_blank_before_time && is_time_kind(column.m_kind)) *p++ = ' ';
@@ -403,52 +417,72 @@ std::string_view render_line(result_row& row, const std::vector<result_column>& 
     std::memset(length, 0, row.m_last_length.size() * sizeof(uint32_t));
   }
   if (!row.m_starts_valid || row.m_starts_count != count) find_starts(row, count);
-  const uint8_t* const starts = row.m_starts.data();
-  const uint8_t* const split = row.m_split.data();
+  const size_t words = (count + 63) / 64;
+  uint64_t stored[4] = {0, 0, 0, 0};
+  for (size_t word = 0; word < words; ++word) {
+    stored[word] = row.m_stored_bits[word];
+    if (count - word * 64 < 64) stored[word] &= (1ull << (count - word * 64)) - 1;
+  }
+
   std::vector<char>& line = row.m_line_bytes[row.m_line_previous ^ 1];
   const char* const last = row.m_line_bytes[row.m_line_previous].data();
+  // Room is checked before each piece; growing moves the row written so far.
+  char* begin = room(line, 0, row.m_last_size + 256);
+  char* end = begin + line.size();
+  char* p = begin;
+  auto ensure = [&](size_t need) {
+    if (size_t(end - p) >= need) return;
+    const size_t used = size_t(p - begin);
+    p = room(line, used, need);
+    begin = line.data();
+    end = begin + line.size();
+  };
+
+  const uint8_t* const starts = row.m_starts.data();
+  const uint8_t* const split = row.m_split.data();
+  const result_cell* const cells = row.m_cells.data();
+  const result_column* const cols = columns.data();
   // The separator, padded so that it can be written eight bytes at a time.
   const size_t separator_size = layout.m_separator.size();
   char separator[8] = {0, 0, 0, 0, 0, 0, 0, 0};
   const bool short_separator = separator_size <= 8;
   if (short_separator) std::memcpy(separator, layout.m_separator.data(), separator_size);
+  const bool padded = !layout.m_no_padding;
 
-  size_t used = 0;       // bytes written
   size_t next = 0;       // first cell not yet passed
   size_t last_pos = 0;   // where cell `next` starts in the previous row
   size_t copy_from = 0;  // start of the run of unchanged cells in the previous row
-  for (size_t word = 0; word * 64 < count; ++word) {
-    uint64_t bits = row.m_stored_bits[word];
-    if (count - word * 64 < 64) bits &= (1ull << (count - word * 64)) - 1;
-    while (bits) {
+  for (size_t word = 0; word < words; ++word) {
+    for (uint64_t bits = stored[word]; bits; bits &= bits - 1) {
       const size_t i = word * 64 + size_t(__builtin_ctzll(bits));
-      bits &= bits - 1;
       if (i < next || !starts[i]) continue;  // a column of the time cell in front: left stored
       while (next < i) last_pos += length[next++];
       if (last_pos > copy_from) {
-        std::memcpy(room(line, used, last_pos - copy_from), last + copy_from, last_pos - copy_from);
-        used += last_pos - copy_from;
+        ensure(last_pos - copy_from + 16);
+        p = put_run(p, last + copy_from, last_pos - copy_from);
       }
       const size_t step = split[i] && i + 1 < count ? 2 : 1;
       last_pos += length[i] + (step == 2 ? length[i + 1] : 0);
       copy_from = last_pos;
       next = i + step;
 
-      char* const base = room(line, used, cell_bound(row, i, count, columns, layout));
-      char* p = base;
+      ensure(cell_bound(row, i, count, columns, layout));
+      char* const cell_start = p;
       if (i) {
         if (short_separator) std::memcpy(p, separator, 8);
         else std::memcpy(p, layout.m_separator.data(), separator_size);
         p += separator_size;
       }
-      const result_cell& cell = row.m_cells[i];
-      if (cell.m_kind == cell_text) {
-        p = put_text_cell(p, cell, columns[i], layout);
+      const result_cell& cell = cells[i];
+      if (cell.m_kind == cell_text && !padded && !((cell.m_flags | cols[i].m_flags) & cell_flag_quoted)) {
+        p = put_clean(p, cell.m_text.data(), cell.m_text.size(), layout.m_replace_char, layout.m_replace_with,
+                      layout.m_line_break_tokens);
+      } else if (cell.m_kind == cell_text) {
+        p = put_text_cell(p, cell.m_text, cell.m_flags | cols[i].m_flags, cols[i].m_width, layout);
       } else {
         p = put_cell(p, row, i, count, columns, layout);
       }
-      length[i] = uint32_t(p - base);
-      used += size_t(p - base);
+      length[i] = uint32_t(p - cell_start);
       row.m_stored_bits[word] &= ~(1ull << (i & 63));
       if (step == 2) {
         length[i + 1] = 0;
@@ -458,15 +492,17 @@ std::string_view render_line(result_row& row, const std::vector<result_column>& 
   }
   while (next < count) last_pos += length[next++];
   if (last_pos > copy_from) {
-    std::memcpy(room(line, used, last_pos - copy_from), last + copy_from, last_pos - copy_from);
-    used += last_pos - copy_from;
+    ensure(last_pos - copy_from + 16);
+    p = put_run(p, last + copy_from, last_pos - copy_from);
   }
-  *room(line, used, 1) = '\n';
+  ensure(17);  // the line feed, and sixteen bytes that the next row may read past a run
+  *p = '\n';
+  const size_t used = size_t(p - begin);
   row.m_line_previous ^= 1;
   row.m_last_size = used;
   row.m_last_count = uint32_t(count);
   row.m_last_valid = true;
-  return std::string_view(line.data(), used);
+  return std::string_view(begin, used);
 }
 
 }  // namespace
@@ -506,7 +542,6 @@ void empty_cell(result_row& row, size_t index) {
 void row_clear(result_row& row) {
   for (uint32_t i = 0; i < row.m_count; ++i) empty_cell(row, i);
   row.m_last_valid = false;
-  row.m_cache_filled = false;
   row.m_days_layout = nullptr;
 }
 
@@ -634,17 +669,16 @@ void append_utf8_of(std::string& out, const std::wstring& text) {
 
 char* put_hex(char* p, uint64_t value, int min_digits) {
   static const char k_hex[] = "0123456789abcdef";
-  int n = 1;
-  for (uint64_t rest = value >> 4; rest; rest >>= 4) ++n;
+  const int n = value ? (67 - __builtin_clzll(value)) >> 2 : 1;
   if (min_digits > 64) min_digits = 64;  // a column width is no reason to print pages of zeros
-  if (n < min_digits) {
-    std::memset(p, '0', size_t(min_digits - n));
-    p += min_digits - n;
+  for (int i = n; i < min_digits; ++i) *p++ = '0';
+  char* q = p + n;
+  for (; value > 0xF; value >>= 8) {
+    q -= 2;
+    q[0] = k_hex[(value >> 4) & 0xF];
+    q[1] = k_hex[value & 0xF];
   }
-  for (int i = n; i-- > 0;) {
-    p[i] = k_hex[value & 0xF];
-    value >>= 4;
-  }
+  if (q > p) *--q = k_hex[value];
   return p + n;
 }
 
@@ -697,8 +731,7 @@ void render_header(std::string& line, const std::vector<result_column>& columns,
 void render_row(std::string& line, result_row& row, const std::vector<result_column>& columns,
                 const result_layout& layout) {
   if (row.m_disabled) return;
-  row.m_cache_filled = false;  // the layout may differ from that of the previous call
-  row.m_days_layout = nullptr;
+  row.m_days_layout = nullptr;  // the layout may differ from that of the previous call
   // Written in the buffer of the next cached row, which is rebuilt from scratch afterwards.
   std::vector<char>& bytes = row.m_line_bytes[row.m_line_previous ^ 1];
   const size_t count = row_columns(row, columns);

@@ -91,16 +91,8 @@ class result_row {
   bool m_starts_valid = false;
   std::string m_last_line;  // copy handed out by render_row_cached
 
-  // Last rendered instant: the rows of one timeline entry share it.
-  uint64_t m_cached_time = 0;
-  bool m_cache_filled = false;
-  bool m_cached_valid = false;
-  uint8_t m_date_size = 0;
-  uint8_t m_clock_size = 0;
-  char m_date_text[64] = {};
-  char m_clock_text[64] = {};
-
   // Date texts by day, for the layout they were made under; the clock is worked out directly.
+  // On a miss both texts are made in the two work strings.
   struct day_text {
     uint64_t m_day = ~0ull;
     uint8_t m_size = 0;
