@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <cwctype>
+#include <set>
 
 #include "analysis/orv_zone.h"
 #include "base/orv_console.h"
@@ -483,17 +484,24 @@ bool parse_attrib_list(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode
   int64_t countdown = remaining;
   uint64_t pos = 0;
   std::vector<uint8_t> record;
+  // Each attribute of another record is pulled in once: a list that names the same one again and
+  // again (a run list reading the same clusters over and over) must not merge it without end.
+  // Only attributes found go in, so the set never outgrows the attributes the source holds.
+  std::set<std::pair<uint64_t, uint64_t>> pulled;
   while (remaining >= 1 && countdown >= 1) {
     if (pos + 26 > length) break;
     const uint8_t* item = buffer + pos;
     uint16_t entry_length = le16(item + 4);
-    if (entry_length == 0) break;
+    // An entry shorter than its own 26-byte header is damage; stepping by such lengths would read
+    // a record for nearly every byte of a list of up to 64 MiB.
+    if (entry_length < 26) break;
     uint64_t ref = orv::le48(item + 16);
+    std::pair<uint64_t, uint64_t> key(le64(item + 16), (uint64_t(le32(item)) << 16) | le16(item + 24));
     if (ref != inode) {
       log_line(ctx, "primary entry %llu pointing to ref entry %llu", (unsigned long long)inode,
                (unsigned long long)ref);
       bool bad = false;
-      if (mft_fixup_read(record, bad, ctx, ref) && !record.empty() && record.size() >= 24 &&
+      if (!pulled.count(key) && mft_fixup_read(record, bad, ctx, ref) && !record.empty() && record.size() >= 24 &&
           std::memcmp(record.data(), "FILE", 4) == 0 && le16(record.data() + FR_FIRST_ATTRIB) != 0) {
         uint32_t want_type = le32(item), want_id = le16(item + 24);
         uint64_t handed = ctx.m_follow_ref_inode ? ref : inode;
@@ -507,6 +515,7 @@ bool parse_attrib_list(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode
               bool ignored = false;
               categorize_attrib(entry, ctx, handed, record.data(), uint32_t(record.size()), record.data() + at,
                                 ignored, capture);
+              pulled.insert(key);
               break;
             }
             if (len == 0) break;

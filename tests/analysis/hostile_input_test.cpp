@@ -69,3 +69,76 @@ TEST(HostileInput, VolumeScanBoundedBySourceWhenMftRunsGiveNoCount) {
   out.close();
   unlink((file.m_dir + "/rows.txt").c_str());
 }
+
+TEST(HostileInput, AttributeListEntriesRepeatingOneExtentMergeItOnce) {
+  // A non-resident attribute list read from two clusters over and over: some 25000 entries that
+  // all name the same $DATA extent (first VCN 10^9) of record 30. Merging that extent once per
+  // entry grew the run list without end; it is pulled in once.
+  testvol::image img(128);
+  img.boot();
+  testvol::extents mft_runs = {{4, 16}};
+  img.put_record(mft_runs, 0, testvol::mft_record(mft_runs, img.cluster()).build());
+  testvol::extents list_runs;
+  for (int i = 0; i < 200; ++i) list_runs.push_back({100 + (i & 1), 1});
+  record_builder base;
+  base.m_record_number = 20;
+  base.resident(0x10, si_value(1, 2, 3, 4));
+  base.nonresident(0x20, testvol::encode_runs(list_runs), 200 * 4096, 200 * 4096, 200 * 4096);
+  img.put_record(mft_runs, 20, base.build());
+  testvol::extents data_runs;
+  for (int i = 0; i < 250; ++i) data_runs.push_back({60 + (i & 1), 1});
+  record_builder extension;
+  extension.m_record_number = 30;
+  extension.m_base_ref = 20 | (uint64_t(1) << 48);
+  extension.nonresident(0x80, testvol::encode_runs(data_runs), 250 * 4096, 250 * 4096, 250 * 4096, u"", 0, 0,
+                        1000000000, 1000000249);
+  img.put_record(mft_runs, 30, extension.build());
+  std::vector<uint8_t> entries(4096, 0);
+  for (size_t at = 0; at + 32 <= entries.size(); at += 32) {
+    orv::put_le32(entries.data() + at, 0x80);
+    orv::put_le16(entries.data() + at + 4, 32);
+    orv::put_le64(entries.data() + at + 16, 30 | (uint64_t(1) << 48));
+  }
+  img.put(100 * img.cluster(), entries);
+  img.put(101 * img.cluster(), entries);
+
+  testvol::image_file file(img.m_bytes);
+  std::unique_ptr<CNtfs> volume = file.open();
+  ASSERT_TRUE(volume);
+  mft_entries_ctx ctx;
+  ctx.m_volume = volume.get();
+  ctx.m_owns_volume = 0;
+  ctx.m_source_open = 1;
+  entry_record entry;
+  ASSERT_TRUE(read_entry(entry, ctx, 20, false));
+  ctx.m_volume = nullptr;
+  ctx.m_source_open = 0;
+  ASSERT_EQ(entry.m_attribs.size(), 1u);
+  EXPECT_EQ(entry.m_attribs.begin()->second.m_runs.size(), 250u);
+}
+
+TEST(HostileInput, AttributeListEntryShorterThanItsHeaderEndsTheList) {
+  // Entries step by their length; one of 13 bytes would land the next entry inside this one.
+  mft_image image;
+  add_system_records(image, 64);
+  record_builder extension = file(5 | (uint64_t(5) << 48), u"hidden.txt");
+  extension.m_base_ref = 20 | (uint64_t(1) << 48);
+  image.put(30, extension);
+  std::vector<uint8_t> list(13 + 32, 0);
+  orv::put_le32(list.data(), 0x10);
+  orv::put_le16(list.data() + 4, 13);
+  orv::put_le32(list.data() + 13, 0x30);
+  orv::put_le16(list.data() + 13 + 4, 32);
+  orv::put_le64(list.data() + 13 + 16, 30 | (uint64_t(1) << 48));
+  orv::put_le16(list.data() + 13 + 24, 1);  // the id of the extension's file name
+  record_builder base;
+  base.resident(0x10, si_value(1, 2, 3, 4));
+  base.resident(0x20, list);
+  image.put(20, base);
+  auto ctx = open_mft(image, "shortlist");
+  ASSERT_TRUE(ctx);
+  entry_record entry;
+  ASSERT_TRUE(read_entry(entry, *ctx, 20, false));
+  EXPECT_TRUE(entry.m_has_attrib_list);
+  EXPECT_TRUE(entry.m_file_names.empty());
+}
