@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <set>
 
 #include "base/orv_le.h"
 #include "base/orv_string.h"
@@ -218,12 +219,19 @@ void stats_attribute_list(CNtfs& vol, uint64_t inode, const uint8_t* list, size_
   uint64_t ext_inode = UINT64_MAX;
   bool ext_ok = false;
   size_t pos = 0;
+  // Each extent is merged once: a list naming the same one over and over (its run list reading
+  // the same clusters again and again) must not grow the run list without end. Only extents
+  // found go in, so the set stays within the attributes the volume holds.
+  std::set<std::pair<uint64_t, uint64_t>> pulled;
   while (length - pos >= 26) {
     const uint8_t* e = list + pos;
     uint16_t elen = le16(e + 4);
-    if (elen == 0 || elen > length - pos) break;
+    // An entry shorter than its 26-byte header is damage, and would step through the list byte
+    // by byte.
+    if (elen < 26 || elen > length - pos) break;
     uint64_t ref = orv::le48(e + 16);
-    if (ref != inode) {
+    std::pair<uint64_t, uint64_t> key(le64(e + 16), (uint64_t(le32(e)) << 16) | le16(e + 24));
+    if (ref != inode && !pulled.count(key)) {
       if (ref != ext_inode) {  // consecutive entries usually name the same extension: read it once
         ext_inode = ref;
         ext_ok = vol.read_record(ref, ext) && std::memcmp(ext.data(), "FILE", 4) == 0 &&
@@ -234,6 +242,7 @@ void stats_attribute_list(CNtfs& vol, uint64_t inode, const uint8_t* list, size_
         walk_stats(ext.data(), ext.size(), vol.m_filerec_size, [&](const uint8_t* a, uint32_t alen) {
           if (le32(a) != want_type || alen < 16 || le16(a + 14) != want_id) return true;
           stats_attribute(a, alen, st, true);
+          pulled.insert(key);
           return false;
         });
       }
