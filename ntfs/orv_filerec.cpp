@@ -34,7 +34,11 @@ static bool settle_mftfile_record_size(mft_entries_ctx& ctx) {
   if (!ctx.m_mftfile->read(first, ctx.record_size(), 0) || first.size() < 8) return false;
   uint16_t count = le16(first.data() + 6);
   if (count == 0) return false;
-  ctx.m_record_size = uint32_t(count - 1) * ctx.m_sector_size;
+  // Records are 1 or 4 KiB; a size past 64 KiB (up to 32 MiB from a count of 65535) is damage,
+  // and is refused like a count of 0 rather than read and walked for every record.
+  uint64_t size = uint64_t(count - 1) * ctx.m_sector_size;
+  if (size > 65536) return false;
+  ctx.m_record_size = uint32_t(size);
   return true;
 }
 

@@ -142,3 +142,29 @@ TEST(HostileInput, AttributeListEntryShorterThanItsHeaderEndsTheList) {
   EXPECT_TRUE(entry.m_has_attrib_list);
   EXPECT_TRUE(entry.m_file_names.empty());
 }
+
+TEST(HostileInput, ExtractedMftRecordSizeFromAnAbsurdCountIsNotTaken) {
+  // The first record's update sequence count gives the record size of an extracted $MFT; 65535
+  // would mean records of 32 MiB, each read and walked whole. Anything over 64 KiB is damage
+  // and, like a count of 0, leaves the default size.
+  mft_image image;
+  add_system_records(image, 64);
+  image.put(20, file(5 | (uint64_t(5) << 48), u"a.txt"));
+  std::string dir = make_temp_dir("bigcount");
+  std::string path = image.write(dir);
+  std::vector<uint8_t> bytes = read_bytes(path);
+  orv::put_le16(bytes.data() + 6, 0xFFFF);
+  write_file(path, bytes);
+  mft_entries_ctx ctx;
+  ctx.m_progress = 0;
+  ctx.m_mftfile_path = orv::to_wide(path);
+  ASSERT_TRUE(ensure_source_open(ctx));
+  entry_record entry;
+  read_entry(entry, ctx, 0, false);
+  EXPECT_EQ(ctx.record_size(), 1024u);
+  EXPECT_TRUE(read_entry(entry, ctx, 20, false));
+  EXPECT_EQ(entry.m_file_names.size(), 1u);
+  close_source(ctx);
+  unlink(path.c_str());
+  rmdir(dir.c_str());
+}
