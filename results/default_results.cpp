@@ -139,7 +139,14 @@ void flush_timeline(default_writer_state& state, const entry_record& entry, cons
   default_row_scratch& scratch = *state.m_scratch;
   std::vector<time_mark>& marks = scratch.m_marks;
   if (marks.empty()) return;
-  std::sort(marks.begin(), marks.end(), [](const time_mark& a, const time_mark& b) { return a.m_time < b.m_time; });
+  // A record has a handful of marks: insertion sort by instant. Marks of one instant may come in
+  // any order; what a row shows of them does not depend on it.
+  for (size_t i = 1; i < marks.size(); ++i) {
+    const time_mark mark = marks[i];
+    size_t j = i;
+    for (; j > 0 && marks[j - 1].m_time > mark.m_time; --j) marks[j] = marks[j - 1];
+    marks[j] = mark;
+  }
 
   result_table& table = state.m_table;
   result_row& row = table.m_row;
@@ -198,8 +205,8 @@ void flush_timeline(default_writer_state& state, const entry_record& entry, cons
       std::vector<uint32_t>& names = mark.m_dos ? scratch.m_dos : scratch.m_long;
       if (names.empty() || names.back() != mark.m_name) names.push_back(mark.m_name);
     }
-    unique_names(scratch.m_long, scratch);
-    unique_names(scratch.m_dos, scratch);
+    if (scratch.m_long.size() > 1) unique_names(scratch.m_long, scratch);
+    if (scratch.m_dos.size() > 1) unique_names(scratch.m_dos, scratch);
 
     set_time(row, state.m_col_time, time_kind, instant);
     char macb[48];

@@ -135,6 +135,7 @@ const std::string& render_row_cached(result_row& row, const std::vector<result_c
 
 // Helpers of the renderers, also used by writers that build cell text themselves.
 // The put_ forms write at `p`, which has room for what they write, and return the new end.
+// put_hex may store up to eight bytes at `p` however few digits it writes.
 char* put_hex(char* p, uint64_t value, int min_digits);  // at most 64 digits, no "0x"
 char* put_decimal(char* p, uint64_t value);             // at most 20 digits
 void append_utf8_of(std::string& out, const std::wstring& text);
