@@ -11,6 +11,12 @@
 
 static const wchar_t k_corrupted[] = L"<path corrupted>";
 static constexpr uint64_t k_root_record = 5;
+// No NTFS path is longer than 32767 UTF-16 units. A parent chain whose names pass that is damage
+// or a trap: every row below a chain N deep would print all N names.
+static constexpr size_t k_longest_path = 32767;
+// Paths remembered for later rows are short ones; a long path is walked again when needed, so the
+// memory kept stays near the size of the directory names themselves.
+static constexpr size_t k_remembered_path = 1024;
 
 dir_cache_entry::dir_cache_entry(uint64_t record_number, uint16_t sequence, const std::set<uint64_t>& parents,
                                  const std::wstring& name, uint32_t record_flags)
@@ -67,6 +73,7 @@ bool resolve_parent_path(std::wstring& path, uint16_t& sequence, uint32_t& flags
   uint64_t current = reference, previous = reference;
   bool complete = false;
   bool corrupted = false;
+  size_t length = 0;  // units of the names gathered so far, a separator each
   for (;;) {
     if (orv::ref_number(current) == k_root_record) {
       complete = true;
@@ -107,6 +114,11 @@ bool resolve_parent_path(std::wstring& path, uint16_t& sequence, uint32_t& flags
       next = *stored.first->second.m_parents.begin();
     }
     current = next;
+    length += parts.back()->size() + 1;
+    if (length > k_longest_path) {
+      corrupted = true;
+      break;
+    }
     if (!visited.insert(current).second || current == previous) {
       corrupted = true;
       break;
@@ -148,7 +160,8 @@ void resolve_entry_paths(entry_record& entry, mft_entries_ctx& ctx) {
     }
     uint16_t sequence = 0;
     uint32_t flags = 0;
-    if (resolve_parent_path(kv.second.m_path, sequence, flags, kv.first, ctx, ctx.m_dir_store))
+    if (resolve_parent_path(kv.second.m_path, sequence, flags, kv.first, ctx, ctx.m_dir_store) &&
+        kv.second.m_path.size() <= k_remembered_path)
       ctx.m_sound_paths.emplace(kv.first, kv.second.m_path);
   }
 }

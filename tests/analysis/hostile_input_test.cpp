@@ -5,6 +5,7 @@
 
 #include "analysis/entry_record.h"
 #include "analysis/mft_scan.h"
+#include "analysis/orv_paths.h"
 #include "base/orv_le.h"
 #include "base/orv_string.h"
 #include "base/results_stream.h"
@@ -167,4 +168,36 @@ TEST(HostileInput, ExtractedMftRecordSizeFromAnAbsurdCountIsNotTaken) {
   close_source(ctx);
   unlink(path.c_str());
   rmdir(dir.c_str());
+}
+
+TEST(HostileInput, DeepDirectoryChainEndsAsCorruptedPastTheLongestPath) {
+  // 200 nested directories with 200-character names: no NTFS path is that long (32767 UTF-16
+  // units at most). Every row below such a chain printed the whole chain and the remembered
+  // paths grew with the square of the depth; the walk now stops and marks the path corrupted.
+  const uint64_t depth = 200;
+  mft_image image;
+  add_system_records(image, depth + 24);
+  uint64_t parent = 5 | (uint64_t(5) << 48);
+  for (uint64_t n = 16; n < 16 + depth; ++n) {
+    std::u16string name = u"d" + std::u16string(199, u'x');
+    name[1] = char16_t(u'a' + n % 26);
+    image.put(n, directory(parent, name));
+    parent = n | (uint64_t(1) << 48);
+  }
+  auto ctx = open_mft(image, "deep");
+  ASSERT_TRUE(ctx);
+  std::wstring path;
+  uint16_t sequence = 0;
+  uint32_t flags = 0;
+  EXPECT_FALSE(resolve_parent_path(path, sequence, flags, parent, *ctx, ctx->m_dir_store));
+  EXPECT_LE(path.size(), 32767u + 400u);
+  EXPECT_EQ(path.compare(0, 24, L"[root]\\<path corrupted>\\"), 0);
+  EXPECT_EQ(path.substr(path.size() - 201), L"d" + std::wstring(199, L'x').replace(0, 1, 1, wchar_t(L'a' + (15 + depth) % 26)) + L"\\");
+
+  results_stream out;
+  ASSERT_TRUE(out.open_file("/dev/null"));
+  full_scan(out, *ctx);
+  size_t remembered = 0;
+  for (const auto& kv : ctx->m_sound_paths) remembered += kv.second.size();
+  EXPECT_LT(remembered, 200000u);
 }
