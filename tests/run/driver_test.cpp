@@ -28,88 +28,15 @@ main_result run_main(std::vector<std::string> args) {
   return r;
 }
 
-const char* const k_usage_lines[] = {
-    "usage:\n",
-    "\n",
-    " Running 'brimlock' on an extracted $MFT file\n",
-    "  brimlock -mftfile <name> [-opts]        = source is extract $MFT file\n",
-    "\n",
-    " Running 'brimlock' on a disk/partition image captured w/ a 'dd' type tool\n",
-    "  brimlock -image <file> [-offset <vol>]  = dd image\n",
-    "\n",
-    " Running 'brimlock' on a VMWare monolithic virtual volume\n",
-    "  -vmdk \"disk1 | disk2 | ...\"             = VMWare VMDK disk(s)\n",
-    "\n",
-    " Filter 'OR' logic options\n",
-    "  -filter_ext \"ext1 | ext2 | ...\"         = extract using exts\n",
-    "  -filter_name \"name1 | name2 | ...\"      = extract using partial names\n",
-    "  -filter_fullname \"name1 | name2 | ...\"  = extract using full names\n",
-    "  -filter_dir \"dir1 | dir2 | ...\"         = extract using dirs\n",
-    "  -filter_file \"path/file1 | ...\"         = extract specified files\n",
-    "  -filter_dir_inode \"inode1 | inode2 ..\"  = extract using dir inodes\n",
-    "  -filter_inode \"inode1 | inode2 | ...\"   = extract specified inodes\n",
-    "  -filter_sig \"mz | hive | evt | sqlite\"  = extract using signatures\n",
-    "  -filter_max_size <size>                 = extract if doesn't exceed size\n",
-    "  -filter_min_ads_size <size>             = extract ADS sizes greater than\n",
-    "\n",
-    " Filter 'AND' logic options\n",
-    "  -filter_start_time <date time>          = format \"mm/dd/yyyy hh:mm:ss\"\n",
-    "  -filter_stop_time <date time>           = format \"mm/dd/yyyy hh:mm:ss\"\n",
-    "  -filter_deleted_files                   = analyzes only filerecs in $MFT\n",
-    "  -filter_deleted_files_all               = analyzes both $MFT and unalloc\n",
-    "  -filter_unalloc_clusters                = analyze unallocated clusters\n",
-    "  -filter_all_clusters                    = analyze $MFT & unalloc clusters\n",
-    "\n",
-    " Extraction options\n",
-    "  -action_copy_files <dir> [-raw]         = extract file into dir\n",
-    "         [-raw]                           = incl slack & skip sparse clusters\n",
-    "         [-skip_sparse_clusters]          = don't incl sparse clusters\n",
-    "  -action_include_header                  = extracts 0x20 bytes from file\n",
-    "  -action_find_strings_in_hdr             = find strings in first 0x100 bytes\n",
-    "  -action_include_clusterinfo             = show cluster info\n",
-    "  -action_include_zoneinfo                = show any ADS: Zone info\n",
-    "  -action_include_ownersid                = show owner SID\n",
-    "\n",
-    " Results file format options\n",
-    "  -csv                                    = csv format, has most output\n",
-    "  -csvl2t                                 = log2timeline format\n",
-    "  -bodyfile                               = bodyfile format\n",
-    "  -csvperpath                             = only one csv entry/pathfile\n",
-    "  -hashfile  \"md5 | sha1 | sha256\"        = display hashes in output\n",
-    "\n",
-    " General purpose options\n",
-    "  -out <results file>                     = output results to this file\n",
-    "  -hide_dos_fntimes                       = don't include dos 8.3 fn time\n",
-    "  -hostname <name>                        = output hostname\n",
-    "  -base10                                 = use base10 vice std::hex \n",
-    "  -use_orig_ext                           = only for [-action_copy_files]\n",
-    "  -script <file>                          = use file to express options\n",
-    "  -mftstart <value> [-mftrange <value>]   = only process these inodes\n",
-    "  -filerecord_offset                      = output the offset of the filerec\n",
-    "  -quiet                                  = suppress progress during run\n",
-    "  -dateformat mm/dd/yy                    = \"yyyy-mm-dd\" is the default\n",
-    "  -timeformat hh:mm:ss                    = \"hh:mm:ss.xxx\" is the default\n",
-    "  -pair_datetime                          = combine date/time into 1 field\n",
-    "  -no_whitespace                          = remove whitespace between delims\n",
-    "  -csv_separator \"|\"                      = use a pipe char for separator\n",
-    "\n",
-    " Experimental option [split processing into multiple instances]\n",
-    "  -cpu <#instances> -out <file> = merge instances into 1 file\n",
-    "         [-tempdir <folder>]    = use this temp dir for file merge\n",
-    "         [-separate_files]      = don't merge; each instance is separate file\n",
-    "\n",
-};
-
-TEST(Driver, UsageTextAndHelpRequests) {
-  std::string expected = std::string(77, '-') + "\n\nbrimlock ver: 0.95\n\n";
-  for (const char* line : k_usage_lines) expected += line;
-  EXPECT_EQ(usage_text(), expected);
-
+// The usage lines themselves are checked from outside by the integration tests.
+TEST(Driver, HelpRequestsPrintTheUsageOnStandardError) {
+  const std::string usage = usage_text(), head = std::string(77, '-') + "\n\nbrimlock ver: 0.95\n\nusage:\n";
+  EXPECT_EQ(usage.compare(0, head.size(), head), 0);
   for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
            {}, {"-HELP"}, {"-mftfile", "x", "/?"}, {"--help"}, {"-h", "-csv"}}) {
     main_result r = run_main(args);
     EXPECT_EQ(r.m_status, 0);
-    EXPECT_EQ(r.m_err, expected);
+    EXPECT_EQ(r.m_err, usage);
     EXPECT_EQ(r.m_out, "");
   }
 }
@@ -123,36 +50,29 @@ TEST(Driver, BannerQuotesTheCommandLine) {
 }
 
 TEST(Driver, StatusCodes) {
-  {
-    // No source: the message, the banner, and still status 0.
-    main_result r = run_main({"-csv", "-quiet"});
-    EXPECT_EQ(r.m_status, 0);
-    EXPECT_EQ(r.m_out, build_run_banner({"brimlock", "-csv", "-quiet"}));
-    EXPECT_EQ(r.m_err,
-              "error: need to specify at least an input source [-mftfile, -image, -drivenum, -partition, -vmdk]\n");
-  }
-  {
-    main_result r = run_main({"-mftfile", "x", "-sqlite", "db"});
-    EXPECT_EQ(r.m_status, -1);
-    EXPECT_EQ(r.m_err, "This option is not offered in this build\ninvalid cmd options, aborting\n");
-  }
-  {
-    // A refusal of the walk options prints only its own reason.
-    main_result r = run_main({"-mftfile", "x", "-find_objid", "12"});
-    EXPECT_EQ(r.m_status, -1);
-    EXPECT_EQ(r.m_err, "prob parsing 12 as ObjID, aborting\n");
-  }
-  {
-    main_result r = run_main({"-mftfile", "x", "-cpu", "2", "-quiet"});
-    EXPECT_EQ(r.m_status, -1);
-    EXPECT_EQ(r.m_err, "Need to specify an output file to put the merged results in [-out <file>]\n");
-  }
-  {
-    std::string dir = testutil::make_temp_dir("drvcpu");
-    main_result r = run_main({"-mftfile", "x", "-cpu", "2", "-out", dir + "/r.csv", "-filter_unalloc_clusters",
-                              "-quiet"});
-    EXPECT_EQ(r.m_status, -1);
-    EXPECT_EQ(r.m_err, "The -cpu option only supports MFT analysis\n");
+  // No source: the message, the banner, and still status 0.
+  main_result none = run_main({"-csv", "-quiet"});
+  EXPECT_EQ(none.m_status, 0);
+  EXPECT_EQ(none.m_out, build_run_banner({"brimlock", "-csv", "-quiet"}));
+  EXPECT_EQ(none.m_err,
+            "error: need to specify at least an input source [-mftfile, -image, -drivenum, -partition, -vmdk]\n");
+
+  const std::string out = testutil::make_temp_dir("drvcpu") + "/r.csv";
+  struct refusal {
+    std::vector<std::string> m_args;
+    const char* m_err;  // a refusal of the walk options prints only its own reason
+  } const cases[] = {
+      {{"-mftfile", "x", "-sqlite", "db"}, "This option is not offered in this build\ninvalid cmd options, aborting\n"},
+      {{"-mftfile", "x", "-find_objid", "12"}, "prob parsing 12 as ObjID, aborting\n"},
+      {{"-mftfile", "x", "-cpu", "2", "-quiet"},
+       "Need to specify an output file to put the merged results in [-out <file>]\n"},
+      {{"-mftfile", "x", "-cpu", "2", "-out", out, "-filter_unalloc_clusters", "-quiet"},
+       "The -cpu option only supports MFT analysis\n"},
+  };
+  for (const refusal& c : cases) {
+    main_result r = run_main(c.m_args);
+    EXPECT_EQ(r.m_status, -1) << c.m_err;
+    EXPECT_EQ(r.m_err, c.m_err);
   }
 }
 
@@ -204,13 +124,11 @@ TEST(Driver, InstanceSlices) {
   std::vector<instance_slice> three = instance_slices(10, 3, 0);
   EXPECT_EQ(counts(three), (std::vector<uint64_t>{3, 3, 4}));
   EXPECT_EQ(three[2].m_start, 6u);
-  EXPECT_EQ(counts(instance_slices(8, 2, 0)), (std::vector<uint64_t>{4, 4}));
   // With a first record other than 0 the last slice comes out short by that much.
   std::vector<instance_slice> offset = instance_slices(10, 2, 4);
   EXPECT_EQ(offset[1].m_start, 9u);
   EXPECT_EQ(offset[1].m_count, 1u);
   EXPECT_EQ(counts(instance_slices(2, 4, 0)), (std::vector<uint64_t>{0, 0, 0, 2}));
-  EXPECT_EQ(instance_slices(5, 1, 0)[0].m_count, 5u);
 }
 
 }  // namespace

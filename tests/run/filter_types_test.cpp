@@ -64,11 +64,8 @@ TEST(FilterRecord, Descriptions) {
 }
 
 TEST(FilterRecord, SetOrderByTextThenType) {
-  std::set<filter_record> set;
-  set.insert(filter_record(filter_full_name, L"b"));
-  set.insert(filter_record(filter_partial_name, L"b"));
-  set.insert(filter_record(filter_full_name, L"a"));
-  set.insert(filter_record(filter_full_name, L"b"));
+  std::set<filter_record> set = {filter_record(filter_full_name, L"b"), filter_record(filter_partial_name, L"b"),
+                                 filter_record(filter_full_name, L"a"), filter_record(filter_full_name, L"b")};
   ASSERT_EQ(set.size(), 3u);
   auto it = set.begin();
   EXPECT_EQ(it->m_text, L"a");
@@ -78,9 +75,6 @@ TEST(FilterRecord, SetOrderByTextThenType) {
 
 TEST(Wildcard, QuestionMarksOnly) {
   wildcard_pattern abc = compile_wildcard(L"a?c");
-  EXPECT_EQ(abc.m_fixed_length, 3u);
-  ASSERT_EQ(abc.m_pieces.size(), 2u);
-  EXPECT_EQ(abc.m_pieces[1].m_skip, 1u);
   EXPECT_TRUE(wildcard_match(abc, L"abc"));
   EXPECT_TRUE(wildcard_match(abc, L"xxabcxx"));
   EXPECT_FALSE(wildcard_match(abc, L"ac"));
@@ -93,7 +87,6 @@ TEST(Wildcard, QuestionMarksOnly) {
 
   // Leading and trailing "?" need characters there.
   wildcard_pattern ends = compile_wildcard(L"??ab?");
-  EXPECT_EQ(ends.m_fixed_length, 5u);
   EXPECT_TRUE(wildcard_match(ends, L"12ab3"));
   EXPECT_FALSE(wildcard_match(ends, L"12ab"));
   EXPECT_FALSE(wildcard_match(ends, L"1ab3"));
