@@ -116,49 +116,45 @@ TEST(Text, SplitAndCaseFolding) {
 }
 
 TEST(Numbers, OptionReaders) {
-  uint64_t v = 7;
-  EXPECT_TRUE(parse_u64(" 0x1F ", v));
-  EXPECT_EQ(v, 0x1Fu);
-  EXPECT_TRUE(parse_u64("X10", v));
-  EXPECT_EQ(v, 16u);
-  EXPECT_TRUE(parse_u64("o17", v));
-  EXPECT_EQ(v, 15u);
-  EXPECT_TRUE(parse_u64("123456789012", v));
-  EXPECT_EQ(v, 123456789012u);
-  v = 7;
-  EXPECT_FALSE(parse_u64("abc", v));
-  EXPECT_FALSE(parse_u64("", v));
-  EXPECT_FALSE(parse_u64("0x", v));
-  EXPECT_EQ(v, 7u);
-
-  uint32_t s = 9;
-  EXPECT_TRUE(parse_small("x1f", s));
-  EXPECT_EQ(s, 31u);
-  EXPECT_TRUE(parse_small("0x20", s));
-  EXPECT_EQ(s, 32u);
-  EXPECT_TRUE(parse_small("o10", s));
-  EXPECT_EQ(s, 8u);
-  EXPECT_TRUE(parse_small("'a'", s));
-  EXPECT_EQ(s, uint32_t('a'));
-  EXPECT_TRUE(parse_small("1x", s));  // decimal: the digits before the "x"
-  EXPECT_EQ(s, 1u);
-  EXPECT_FALSE(parse_small("-3", s));
-  EXPECT_FALSE(parse_small("z", s));
-
-  uint64_t z = 5;
-  EXPECT_TRUE(parse_size("  1024", z));
-  EXPECT_EQ(z, 1024u);
-  EXPECT_TRUE(parse_size("0x1000", z));
-  EXPECT_EQ(z, 0x1000u);
-  EXPECT_TRUE(parse_size("0xFFFFFFFFFFFFFFFF", z));
-  EXPECT_EQ(z, UINT64_MAX);
-  z = 5;
-  EXPECT_FALSE(parse_size("12 ", z));
-  EXPECT_EQ(z, 0u);
-  EXPECT_FALSE(parse_size("0x10000000000000000", z));  // 17 hex digits
-  EXPECT_FALSE(parse_size(std::string(32, '1'), z));
-  EXPECT_FALSE(parse_size("99999999999999999999", z));  // past 64 bits
-  EXPECT_FALSE(parse_size("abc", z));
+  struct number_case {
+    const char* m_text;
+    bool m_ok;
+    uint64_t m_value;  // for a refusal: what the target holds afterwards
+  };
+  const number_case u64_cases[] = {
+      {" 0x1F ", true, 0x1F}, {"X10", true, 16},  {"o17", true, 15}, {"123456789012", true, 123456789012u},
+      {"abc", false, 7},      {"", false, 7},     {"0x", false, 7},
+  };
+  for (const number_case& c : u64_cases) {
+    uint64_t v = 7;
+    EXPECT_EQ(parse_u64(c.m_text, v), c.m_ok) << c.m_text;
+    EXPECT_EQ(v, c.m_value) << c.m_text;
+  }
+  const number_case small_cases[] = {
+      {"x1f", true, 31}, {"0x20", true, 32}, {"o10", true, 8},   {"'a'", true, 'a'},
+      {"1x", true, 1},  // decimal: the digits before the "x"
+      {"-3", false, 9},  {"z", false, 9},
+  };
+  for (const number_case& c : small_cases) {
+    uint32_t v = 9;
+    EXPECT_EQ(parse_small(c.m_text, v), c.m_ok) << c.m_text;
+    EXPECT_EQ(v, c.m_value) << c.m_text;
+  }
+  const number_case size_cases[] = {
+      {"  1024", true, 1024},
+      {"0x1000", true, 0x1000},
+      {"0xFFFFFFFFFFFFFFFF", true, UINT64_MAX},
+      {"12 ", false, 0},  // a refusal clears the target
+      {"0x10000000000000000", false, 0},  // 17 hex digits
+      {"11111111111111111111111111111111", false, 0},
+      {"99999999999999999999", false, 0},  // past 64 bits
+      {"abc", false, 0},
+  };
+  for (const number_case& c : size_cases) {
+    uint64_t v = 5;
+    EXPECT_EQ(parse_size(c.m_text, v), c.m_ok) << c.m_text;
+    EXPECT_EQ(v, c.m_value) << c.m_text;
+  }
 }
 
 TEST(Text, GuidHexAndLineEnds) {
@@ -208,18 +204,14 @@ TEST(Paths, DirectoryTreeAndSplit) {
   std::fclose(f);
   EXPECT_FALSE(make_directory_tree(file + "/below"));
 
-  std::string dir, name, ext;
-  split_path("/x/y/name.tar.gz", dir, name, ext);
-  EXPECT_EQ(dir, "/x/y");
-  EXPECT_EQ(name, "name.tar");
-  EXPECT_EQ(ext, "gz");
-  split_path("plain", dir, name, ext);
-  EXPECT_EQ(dir, "");
-  EXPECT_EQ(name, "plain");
-  EXPECT_EQ(ext, "");
-  split_path("/top.csv", dir, name, ext);
-  EXPECT_EQ(dir, "/");
-  EXPECT_EQ(name, "top");
+  auto parts = [](const std::string& path) {
+    std::string dir, name, ext;
+    split_path(path, dir, name, ext);
+    return dir + "|" + name + "|" + ext;
+  };
+  EXPECT_EQ(parts("/x/y/name.tar.gz"), "/x/y|name.tar|gz");
+  EXPECT_EQ(parts("plain"), "|plain|");
+  EXPECT_EQ(parts("/top.csv"), "/|top|csv");
   std::system(("rm -rf " + root).c_str());
 }
 

@@ -47,7 +47,6 @@ TEST(FileIo, ReadAtClampsAndRefusesPastEnd) {
   ASSERT_TRUE(f.open(path + "//"));  // trailing slashes are dropped
   EXPECT_EQ(f.m_path, std::wstring(path.begin(), path.end()));
   EXPECT_EQ(f.fileio_size(), 5000u);
-  EXPECT_EQ(f.m_size, 5000u);
 
   std::vector<uint8_t> buf;
   ASSERT_TRUE(f.read_at(buf, 100, 10));
