@@ -271,21 +271,27 @@ TEST(Partitions, BareVolumes) {
   EXPECT_EQ(list[0].m_type_name, "ntfs");
 }
 
+// The volume guess from the first bytes of a volume, for the kinds not covered by the images above.
 TEST(Partitions, VolumeGuess) {
-  partition_record r;
+  auto guess = [](const bytes& b, size_t length, uint64_t preset_count = 0) {
+    partition_record r;
+    r.m_sector_count = preset_count;
+    guess_volume(r, b.data(), length);
+    return r;
+  };
   bytes b(2048);
+  partition_record r;
   guess_volume(r, nullptr, 2048);
-  guess_volume(r, b.data(), 511);
   EXPECT_FALSE(r.m_volume_found);
-  EXPECT_TRUE(r.m_boot_bytes.empty());
+  EXPECT_FALSE(guess(b, 511).m_volume_found);
+  EXPECT_TRUE(guess(b, 511).m_boot_bytes.empty());
 
   diskimg::put_text(b, 3, "EXFAT   ");
   b[108] = 12;
   b[109] = 3;
   orv::put_le64(b.data() + 72, 5000);
   orv::put_le32(b.data() + 100, 0xE0E0);
-  r = partition_record();
-  guess_volume(r, b.data(), 512);
+  r = guess(b, 512);
   EXPECT_EQ(r.m_type_name, "exfat");
   EXPECT_EQ(r.m_sector_size, 4096u);
   EXPECT_EQ(r.m_sectors_per_cluster, 8u);
@@ -294,17 +300,14 @@ TEST(Partitions, VolumeGuess) {
   EXPECT_TRUE(partition_is_ntfs(r));  // type 7 reads as "ntfs or exfat"
   b[108] = 200;  // a shift no volume has
   b[109] = 255;
-  r = partition_record();
-  guess_volume(r, b.data(), 512);
+  r = guess(b, 512);
   EXPECT_EQ(r.m_sector_size, 0u);
   EXPECT_EQ(r.m_sectors_per_cluster, 0u);
 
   bytes bl(512);
   diskimg::put_text(bl, 3, "-FVE-FS-");
   bl[13] = 8;
-  r = partition_record();
-  r.m_sector_count = 99;
-  guess_volume(r, bl.data(), bl.size());
+  r = guess(bl, 512, 99);
   EXPECT_EQ(r.m_type_name, "bitlocker container");
   EXPECT_EQ(r.m_sector_count, 99u);
 
@@ -312,45 +315,34 @@ TEST(Partitions, VolumeGuess) {
   diskimg::put_text(fat16, 54, "FAT16   ");
   orv::put_le32(fat16.data() + 39, 0x1616);
   orv::put_le32(fat16.data() + 32, 777);
-  r = partition_record();
-  guess_volume(r, fat16.data(), fat16.size());
+  r = guess(fat16, 512);
   EXPECT_EQ(r.m_type, 4);
   EXPECT_EQ(r.m_serial, 0x1616u);
   EXPECT_EQ(r.m_sector_count, 777u);
 
   bytes fat32(512);
   diskimg::fat32_boot(fat32, 0, 4321, 1);
-  r = partition_record();
-  r.m_sector_count = 5;  // FAT32 takes its own count always
-  guess_volume(r, fat32.data(), fat32.size());
-  EXPECT_EQ(r.m_sector_count, 4321u);
+  EXPECT_EQ(guess(fat32, 512, 5).m_sector_count, 4321u);  // FAT32 takes its own count always
 
   for (uint16_t sig : {uint16_t(0x2B48), uint16_t(0x5848)}) {
     bytes hfs(2048);
     orv::put_le16(hfs.data() + 1024, sig);
-    r = partition_record();
-    guess_volume(r, hfs.data(), 512);
-    EXPECT_FALSE(r.m_volume_found);  // needs 2048 bytes
-    guess_volume(r, hfs.data(), hfs.size());
+    EXPECT_FALSE(guess(hfs, 512).m_volume_found);  // needs 2048 bytes
+    r = guess(hfs, 2048);
     EXPECT_EQ(r.m_type, 175);
     EXPECT_EQ(r.m_type_name, sig == 0x2B48 ? "hfs+" : "hfsx");
   }
 
   bytes ext(2048);
   diskimg::ext_superblock(ext, 0, 0xFFFFFFFF, 0xFFFFFFFF, 0);
-  r = partition_record();
-  guess_volume(r, ext.data(), ext.size());
+  r = guess(ext, 2048);
   EXPECT_EQ(r.m_type, 131);
-  EXPECT_EQ(r.m_sectors_per_cluster, 0u);
+  EXPECT_EQ(r.m_sectors_per_cluster, 0u);  // a damaged block shift sizes nothing
 }
 
+// The name table itself is data; what is checked here is the handling around it.
 TEST(Partitions, TypeNames) {
-  EXPECT_EQ(partition_type_name(0), "empty");
-  EXPECT_EQ(partition_type_name(7), "ntfs or exfat");
-  EXPECT_EQ(partition_type_name(141), "fat12");
   EXPECT_EQ(partition_type_name(0x27), "hidden ntfs");
-  EXPECT_EQ(partition_type_name(142), "linux Logical Volume Mgr");
-  EXPECT_EQ(partition_type_name(238), "gpt");
   EXPECT_EQ(partition_type_name(0x42), "");
   EXPECT_EQ(partition_type_name(0x8007), "ntfs or exfat [guess]");
   EXPECT_EQ(partition_type_name(0x8042), " [guess]");
@@ -360,21 +352,12 @@ TEST(Partitions, TypeNames) {
   r.m_type = 0x42;
   r.m_type_name = "mine";
   EXPECT_EQ(partition_row_name(r), "mine");
-  for (uint16_t t : {0x07, 0x17, 0x27, 0x87, 0x8007}) {
+  for (uint16_t t : {0x07, 0x17, 0x27, 0x87, 0x8007, 0x0C, 0xEE, 0x83, 0x42}) {
     r.m_type = t;
-    EXPECT_TRUE(partition_is_ntfs(r)) << t;
+    EXPECT_EQ(partition_is_ntfs(r), t == 0x07 || t == 0x17 || t == 0x27 || t == 0x87 || t == 0x8007) << t;
   }
-  for (uint16_t t : {0x0C, 0xEE, 0x83, 0x42}) {
-    r.m_type = t;
-    EXPECT_FALSE(partition_is_ntfs(r)) << t;
-  }
-
-  int recognised = 0;
-  for (int t = 0; t < 256; ++t) recognised += is_recognised_mbr_type(uint8_t(t));
-  EXPECT_EQ(recognised, 91);
-  EXPECT_FALSE(is_recognised_mbr_type(0));
-  EXPECT_FALSE(is_recognised_mbr_type(0xEE));
-  EXPECT_FALSE(is_recognised_mbr_type(0x17));
+  // Entries of these types are not taken from a table.
+  for (uint8_t t : {0x00, 0xEE, 0x17}) EXPECT_FALSE(is_recognised_mbr_type(t)) << int(t);
   EXPECT_TRUE(is_recognised_mbr_type(0xFE));
 }
 
