@@ -14,6 +14,30 @@ diskimg::bytes pattern(size_t size) {
   return b;
 }
 
+struct read_case {
+  uint32_t m_length;
+  uint64_t m_offset;
+  bool m_ok;
+  uint32_t m_length_out, m_bytes_checked;
+};
+
+// Each read on a fresh 0xCC buffer: the bytes checked match the image; a shortened read leaves
+// the rest of the buffer untouched.
+void check_reads(RAW_DISK_IO& d, const diskimg::bytes& image, std::initializer_list<read_case> cases) {
+  for (const read_case& c : cases) {
+    uint8_t buf[1536];
+    memset(buf, 0xCC, sizeof(buf));
+    uint32_t len = c.m_length;
+    EXPECT_EQ(d.read(buf, len, c.m_offset), c.m_ok) << c.m_offset;
+    if (!c.m_ok) continue;
+    EXPECT_EQ(len, c.m_length_out) << c.m_offset;
+    EXPECT_EQ(0, memcmp(buf, image.data() + c.m_offset, c.m_bytes_checked)) << c.m_offset;
+    if (c.m_length_out < c.m_length) {
+      EXPECT_EQ(buf[c.m_length_out], 0xCC) << c.m_offset;
+    }
+  }
+}
+
 TEST(RawDiskIo, FileReadsClampAtTheEnd) {
   diskimg::bytes image = pattern(3000);
   diskimg::image_file f(image);
@@ -23,36 +47,16 @@ TEST(RawDiskIo, FileReadsClampAtTheEnd) {
   EXPECT_EQ(d.size(), 3000u);
   EXPECT_EQ(d.m_bytes_per_sector, 512u);
   EXPECT_EQ(d.m_writable, 0);
-
-  uint8_t buf[200];
-  uint32_t len = 100;
-  ASSERT_TRUE(d.read(buf, len, 1000));
-  EXPECT_EQ(len, 100u);
-  EXPECT_EQ(0, memcmp(buf, image.data() + 1000, 100));
-
-  // Straddling the end: true, the length reduced, the rest of the buffer untouched.
-  memset(buf, 0xCC, sizeof(buf));
-  len = 200;
-  ASSERT_TRUE(d.read(buf, len, 2950));
-  EXPECT_EQ(len, 50u);
-  EXPECT_EQ(0, memcmp(buf, image.data() + 2950, 50));
-  EXPECT_EQ(buf[50], 0xCC);
-
-  len = 1;
-  ASSERT_TRUE(d.read(buf, len, 2999));
-  EXPECT_EQ(buf[0], image[2999]);
-
-  len = 10;
-  EXPECT_FALSE(d.read(buf, len, 3000));  // at the size
-  EXPECT_FALSE(d.read(buf, len, 1ull << 40));
-  len = 0;
-  EXPECT_FALSE(d.read(buf, len, 0));
-  len = 10;
+  // Straddling the end: true, the length reduced. At or past the size, or nothing asked: false.
+  check_reads(d, image, {{100, 1000, true, 100, 100}, {200, 2950, true, 50, 50}, {1, 2999, true, 1, 1},
+                         {10, 3000, false, 0, 0}, {10, 1ull << 40, false, 0, 0}, {0, 0, false, 0, 0}});
+  uint32_t len = 10;
   EXPECT_FALSE(d.read(nullptr, len, 0));
 
   d.close();
   EXPECT_FALSE(d.is_open());
   EXPECT_EQ(d.size(), 0u);
+  uint8_t buf[10];
   EXPECT_FALSE(d.read(buf, len, 0));
 }
 
@@ -119,34 +123,17 @@ TEST(RawDiskIo, SectorAlignedReads) {
   RAW_DISK_IO& d = f.m_disk;
   ASSERT_TRUE(d.is_open());
   d.m_kind = RAW_KIND_DISK;
-
-  // 1 byte at 1000 lies in sector 1, its 489th byte.
-  uint8_t one = 0;
-  uint32_t len = 1;
-  ASSERT_TRUE(d.read(&one, len, 1000));
-  EXPECT_EQ(one, image[512 + 488]);
-
-  uint8_t buf[1536];
-  len = 1024;
-  ASSERT_TRUE(d.read(buf, len, 512));  // aligned at both ends
-  EXPECT_EQ(0, memcmp(buf, image.data() + 512, 1024));
-
-  len = 700;
-  ASSERT_TRUE(d.read(buf, len, 300));  // spans three sectors
-  EXPECT_EQ(len, 700u);
-  EXPECT_EQ(0, memcmp(buf, image.data() + 300, 700));
-
-  // No clamp on a device: the request runs past the end and comes back short, length kept.
-  memset(buf, 0xCC, sizeof(buf));
-  len = 1000;
-  ASSERT_TRUE(d.read(buf, len, 3900));
-  EXPECT_EQ(len, 1000u);
-  EXPECT_EQ(0, memcmp(buf, image.data() + 3900, 196));
-
-  len = 16;
-  EXPECT_FALSE(d.read(buf, len, 4096));
+  check_reads(d, image, {
+                            {1, 1000, true, 1, 1},         // inside sector 1
+                            {1024, 512, true, 1024, 1024},  // aligned at both ends
+                            {700, 300, true, 700, 700},     // spans three sectors
+                            // No clamp on a device: the request runs past the end and comes back
+                            // short, length kept.
+                            {1000, 3900, true, 1000, 196},
+                            {16, 4096, false, 0, 0},
+                        });
   d.m_closed_for_reads = 1;
-  EXPECT_FALSE(d.read(buf, len, 0));
+  check_reads(d, image, {{16, 0, false, 0, 0}});
 }
 
 }  // namespace
