@@ -10,6 +10,7 @@
 #include "base/orv_le.h"
 #include "base/results_stream.h"
 #include "results/orv_default_notes.h"
+#include "results/result_cells.h"
 #include "results/result_row.h"
 #include "run/mft_entries_ctx.h"
 
@@ -20,7 +21,24 @@ enum : uint8_t { show_si = 1, show_fn = 2, show_fn83 = 4 };
 enum : uint8_t { letter_m = 0, letter_a = 1, letter_c = 2, letter_b = 3 };
 constexpr uint64_t k_stub_parent = ~0ull;
 constexpr uint32_t k_stub_name = 0xFFFFFFFFu;
-constexpr uint32_t k_no_name = 0xFFFFFFFEu;  // no name shown yet
+
+// Where the value of a column comes from.
+enum column_source : uint8_t {
+  from_entry, from_seq, from_parent, from_parent_seq, from_type, from_ext, from_ref, from_size, from_time,
+  from_macb, from_data_type, from_other, from_md5, from_sha1, from_sha256, from_name, from_path, from_summary,
+  from_extracted, from_header, from_nothing
+};
+
+// A cell of the row as it is walked; a split time cell takes its column and the one behind it.
+struct planned_cell {
+  uint8_t m_source;
+  uint32_t m_column;
+  uint32_t m_flags;  // the column's flags and those of every cell
+};
+
+bool changes_per_row(uint8_t source) {
+  return source == from_type || source == from_time || source == from_macb || source == from_name;
+}
 
 // One time of one attribute, reached through one name.
 struct time_mark {
@@ -45,12 +63,34 @@ struct default_row_scratch {
   std::string m_path;
   std::string m_refinode;
   std::string m_other;
+  std::string m_extracted;
+
+  // Rows are written straight from the values, with the cell writers of the table: the cells
+  // that stay put for a timeline are written once into the frame, whose pieces come between the
+  // cells that change from row to row (the gaps: type, time, MACB and name).
+  std::vector<planned_cell> m_plan;
+  uint16_t m_time_kind = cell_time_split;
+  size_t m_column_count = 0;
+  size_t m_frame_room = 0;  // room for the frame and for the gaps of a row, their texts aside
+  size_t m_gap_room = 0;
+  size_t m_gaps = 0;
+  size_t m_gap_cell[4] = {0, 0, 0, 0};    // plan index of each gap
+  std::vector<char> m_frame;
+  uint32_t m_piece_end[5] = {0, 0, 0, 0, 0};  // end of the piece before each gap, then of the last
+  std::vector<char> m_line;
 };
 
 default_writer_state::default_writer_state() : m_scratch(new default_row_scratch) {}
 default_writer_state::~default_writer_state() = default;
 
 namespace {
+
+// More than a cell of the plan takes with its separator, its text aside (four bytes a byte).
+inline size_t cell_room(const planned_cell& cell, const result_table& table) {
+  const size_t column = cell.m_column;
+  return table.m_columns[column].m_width + 2 * table.m_layout.m_separator.size() + 200 +
+         (column + 1 < table.m_columns.size() ? table.m_columns[column + 1].m_width : 0);
+}
 
 void build_columns(default_writer_state& state, const mft_entries_ctx& ctx) {
   result_table& table = state.m_table;
@@ -84,6 +124,36 @@ void build_columns(default_writer_state& state, const mft_entries_ctx& ctx) {
   else if (ctx.m_include_header) state.m_col_header = add_column(table, cell_text, 0, "header info");
 
   table_ready(table, ctx.m_quoted_fields ? uint32_t(cell_flag_quoted) : 0u);
+
+  // The walk over the row, as the table renders it once every column holds its value.
+  default_row_scratch& scratch = *state.m_scratch;
+  std::vector<uint8_t> source(table.m_columns.size(), from_nothing);
+  const std::pair<int, uint8_t> sources[] = {
+      {state.m_col_entry, from_entry},         {state.m_col_seq, from_seq},       {state.m_col_parent, from_parent},
+      {state.m_col_parent_seq, from_parent_seq}, {state.m_col_type, from_type},   {state.m_col_ext, from_ext},
+      {state.m_col_ref, from_ref},             {state.m_col_size, from_size},     {state.m_col_time, from_time},
+      {state.m_col_macb, from_macb},           {state.m_col_data_type, from_data_type},
+      {state.m_col_other, from_other},         {state.m_col_md5, from_md5},       {state.m_col_sha1, from_sha1},
+      {state.m_col_sha256, from_sha256},       {state.m_col_name, from_name},     {state.m_col_path, from_path},
+      {state.m_col_summary, from_summary},     {state.m_col_extracted, from_extracted},
+      {state.m_col_header, from_header}};
+  for (const auto& item : sources)
+    if (item.first >= 0) source[size_t(item.first)] = item.second;
+  scratch.m_time_kind = ctx.m_pair_datetime ? cell_time_joined : cell_time_split;
+  scratch.m_plan.clear();
+  scratch.m_gaps = 0;
+  const size_t count = table.m_row.m_disabled ? 0 : std::min(table.m_columns.size(), size_t(table.m_row.m_count));
+  scratch.m_column_count = count;
+  for (size_t i = 0; i < count;) {
+    const planned_cell cell{source[i], uint32_t(i), table.m_columns[i].m_flags | table.m_row.m_default_flags};
+    if (changes_per_row(cell.m_source) && scratch.m_gaps < 4) scratch.m_gap_cell[scratch.m_gaps++] = scratch.m_plan.size();
+    scratch.m_plan.push_back(cell);
+    i += cell.m_source == from_time && scratch.m_time_kind == cell_time_split && i + 1 < count ? 2 : 1;
+  }
+  scratch.m_frame_room = 32;
+  scratch.m_gap_room = 32;
+  for (const planned_cell& cell : scratch.m_plan)
+    (changes_per_row(cell.m_source) ? scratch.m_gap_room : scratch.m_frame_room) += cell_room(cell, table);
 }
 
 void add_marks(std::vector<time_mark>& marks, uint8_t group, uint32_t name, bool dos, uint64_t modified,
@@ -133,6 +203,80 @@ void unique_names(std::vector<uint32_t>& names, const default_row_scratch& scrat
               names.end());
 }
 
+// A text cell of the plan.
+inline char* put_text(char* p, std::string_view text, const planned_cell& cell, const result_table& table) {
+  const result_layout& layout = table.m_layout;
+  if (layout.m_no_padding && !(cell.m_flags & cell_flag_quoted))
+    return row_text::put_clean(p, text.data(), text.size(), layout.m_replace_char, layout.m_replace_with,
+                               layout.m_line_break_tokens);
+  return row_text::put_text_cell(p, text, cell.m_flags, table.m_columns[cell.m_column].m_width, layout);
+}
+
+inline char* put_int(char* p, uint16_t kind, uint64_t number, const planned_cell& cell, const result_table& table) {
+  const result_layout& layout = table.m_layout;
+  return row_text::put_number(p, kind, number, cell.m_flags,
+                              layout.m_no_padding ? 0 : table.m_columns[cell.m_column].m_width, layout);
+}
+
+// Writes the cells that stay put for the timeline, with the separators of all cells.
+void write_frame(default_row_scratch& scratch, result_table& table, const entry_record& entry,
+                 uint64_t parent, const std::string_view* texts) {
+  const std::string& separator = table.m_layout.m_separator;
+  size_t need = scratch.m_frame_room;
+  for (size_t source = 0; source < from_nothing; ++source) need += 4 * texts[source].size();
+  char* const begin = row_text::room(scratch.m_frame, 0, need);
+  char* p = begin;
+  size_t gap = 0;
+  for (const planned_cell& cell : scratch.m_plan) {
+    if (cell.m_column) p = row_text::put_bytes(p, separator.data(), separator.size());
+    switch (cell.m_source) {
+      case from_seq: p = put_int(p, cell_int16, entry.m_seq_num, cell, table); break;
+      case from_parent: p = put_int(p, cell_int64, orv::ref_number(parent), cell, table); break;
+      case from_parent_seq: p = put_int(p, cell_int16, orv::ref_sequence(parent), cell, table); break;
+      case from_ref: p = put_int(p, cell_int32, entry.link_count(), cell, table); break;
+      case from_size: p = put_int(p, cell_int64, 0, cell, table); break;
+      case from_nothing:
+        p = row_text::put_value(p, table.m_row, cell_none, cell.m_flags, std::string_view(), 0, cell.m_column,
+                                scratch.m_column_count, table.m_columns, table.m_layout);
+        break;
+      default:
+        if (changes_per_row(cell.m_source)) {
+          if (gap < 4) scratch.m_piece_end[gap++] = uint32_t(p - begin);
+        } else {
+          p = put_text(p, texts[cell.m_source], cell, table);
+        }
+    }
+  }
+  scratch.m_piece_end[gap] = uint32_t(p - begin);
+}
+
+// One row: the frame's pieces with the type, time, MACB and name in the gaps between them.
+void write_row(default_row_scratch& scratch, result_table& table, results_stream& out, std::string_view type,
+               uint64_t instant, std::string_view macb, std::string_view name) {
+  const size_t gaps = scratch.m_gaps;
+  const size_t need = scratch.m_piece_end[gaps] + scratch.m_gap_room + 4 * (type.size() + macb.size() + name.size());
+  char* const begin = row_text::room(scratch.m_line, 0, need);
+  const char* const frame = scratch.m_frame.data();
+  char* p = begin;
+  size_t from = 0;
+  for (size_t g = 0; g < gaps; ++g) {
+    p = row_text::put_run(p, frame + from, scratch.m_piece_end[g] - from);
+    from = scratch.m_piece_end[g];
+    const planned_cell& cell = scratch.m_plan[scratch.m_gap_cell[g]];
+    switch (cell.m_source) {
+      case from_type: p = put_text(p, type, cell, table); break;
+      case from_macb: p = put_text(p, macb, cell, table); break;
+      case from_name: p = put_text(p, name, cell, table); break;
+      default:
+        p = row_text::put_time_value(p, table.m_row, scratch.m_time_kind, instant, cell.m_column,
+                                     scratch.m_column_count, table.m_columns, table.m_layout);
+    }
+  }
+  p = row_text::put_run(p, frame + from, scratch.m_piece_end[gaps] - from);
+  *p++ = '\n';
+  out.write(std::string_view(begin, size_t(p - begin)));
+}
+
 // Writes the accumulated timeline of one parent and one referring record, then empties it.
 void flush_timeline(default_writer_state& state, const entry_record& entry, const mft_entries_ctx& ctx,
                     results_stream& out, uint64_t parent, uint64_t referring_record) {
@@ -149,41 +293,37 @@ void flush_timeline(default_writer_state& state, const entry_record& entry, cons
   }
 
   result_table& table = state.m_table;
-  result_row& row = table.m_row;
   const record_notes& notes = scratch.m_notes;
+  if (table.m_row.m_disabled) {
+    marks.clear();
+    return;
+  }
 
-  // Cells that stay the same for every row of this timeline.
-  set_text(row, state.m_col_entry, notes.m_entry_text);
-  set_number(row, state.m_col_seq, cell_int16, entry.m_seq_num);
-  set_number(row, state.m_col_parent, cell_int64, orv::ref_number(parent));
-  set_number(row, state.m_col_parent_seq, cell_int16, orv::ref_sequence(parent));
-  set_text(row, state.m_col_ext, notes.m_ext);
-  set_number(row, state.m_col_ref, cell_int32, entry.link_count());
-  set_number(row, state.m_col_size, cell_int64, 0);
-  set_text(row, state.m_col_data_type, "");
+  // The texts of the cells that stay the same for every row of this timeline, by source.
+  std::string_view texts[from_nothing + 1];
+  texts[from_entry] = notes.m_entry_text;
+  texts[from_ext] = notes.m_ext;
   if (state.m_col_other >= 0) {
     scratch.m_refinode.clear();
     if (referring_record != entry.m_inode) refinode_note(scratch.m_refinode, referring_record, ctx);
     else if (entry.m_is_extension) refinode_note(scratch.m_refinode, orv::ref_number(entry.m_base_ref), ctx);
     scratch.m_other.clear();
     join_other_info(scratch.m_other, notes, scratch.m_refinode);
-    set_text(row, state.m_col_other, scratch.m_other);
+    texts[from_other] = scratch.m_other;
   }
-  set_text(row, state.m_col_md5, notes.m_md5);
-  set_text(row, state.m_col_sha1, notes.m_sha1);
-  set_text(row, state.m_col_sha256, notes.m_sha256);
-  set_text(row, state.m_col_summary, notes.m_summary);
-  if (state.m_col_extracted >= 0) set_wide_text(row, state.m_col_extracted, entry.m_extracted_path);
-  set_text(row, state.m_col_header, "");
-  set_text(row, state.m_col_path, scratch.m_path);
-
-  // The type and name cells hold these since the first row of this timeline; no other code
-  // stores into them meanwhile.
-  int shown_type = -1;
-  uint32_t shown_name = k_no_name;
+  texts[from_md5] = notes.m_md5;
+  texts[from_sha1] = notes.m_sha1;
+  texts[from_sha256] = notes.m_sha256;
+  texts[from_path] = scratch.m_path;
+  texts[from_summary] = notes.m_summary;
+  if (state.m_col_extracted >= 0) {
+    scratch.m_extracted.clear();
+    append_utf8_of(scratch.m_extracted, entry.m_extracted_path);
+    texts[from_extracted] = scratch.m_extracted;
+  }
+  write_frame(scratch, table, entry, parent, texts);
 
   const bool windowed = ctx.m_filter_start_time || ctx.m_filter_stop_time;
-  const uint16_t time_kind = ctx.m_pair_datetime ? cell_time_joined : cell_time_split;
   for (size_t begin = 0; begin < marks.size();) {
     const uint64_t instant = marks[begin].m_time;
     size_t end = begin;
@@ -208,28 +348,17 @@ void flush_timeline(default_writer_state& state, const entry_record& entry, cons
     if (scratch.m_long.size() > 1) unique_names(scratch.m_long, scratch);
     if (scratch.m_dos.size() > 1) unique_names(scratch.m_dos, scratch);
 
-    set_time(row, state.m_col_time, time_kind, instant);
     char macb[48];
     if (!scratch.m_long.empty()) {
-      if (shown_type != 0) set_text(row, state.m_col_type, notes.m_type);
-      shown_type = 0;
-      set_text(row, state.m_col_macb, std::string_view(macb, render_macb(macb, letters, present, show_si | show_fn)));
-      for (uint32_t name : scratch.m_long) {
-        if (name != shown_name) set_text(row, state.m_col_name, name_text(scratch, name));
-        shown_name = name;
-        table_write_row(table, out);
-      }
+      const std::string_view letters_text(macb, render_macb(macb, letters, present, show_si | show_fn));
+      for (uint32_t name : scratch.m_long)
+        write_row(scratch, table, out, notes.m_type, instant, letters_text, name_text(scratch, name));
     }
     if (!scratch.m_dos.empty()) {
       if (scratch.m_type_dos.empty()) scratch.m_type_dos.assign(notes.m_type).append(" (FN 8.3)");
-      if (shown_type != 1) set_text(row, state.m_col_type, scratch.m_type_dos);
-      shown_type = 1;
-      set_text(row, state.m_col_macb, std::string_view(macb, render_macb(macb, letters, present, show_si | show_fn83)));
-      for (uint32_t name : scratch.m_dos) {
-        if (name != shown_name) set_text(row, state.m_col_name, name_text(scratch, name));
-        shown_name = name;
-        table_write_row(table, out);
-      }
+      const std::string_view letters_text(macb, render_macb(macb, letters, present, show_si | show_fn83));
+      for (uint32_t name : scratch.m_dos)
+        write_row(scratch, table, out, scratch.m_type_dos, instant, letters_text, name_text(scratch, name));
     }
   }
   marks.clear();

@@ -113,29 +113,6 @@ date_source find_date(result_row& row, uint64_t filetime, const result_layout& l
   return date_made;
 }
 
-char* put_number(char* p, uint16_t kind, uint64_t number, uint32_t flags, size_t width, const result_layout& layout) {
-  uint64_t value = mask_to_kind(number, kind);
-  char* start = p;
-  if (layout.m_hex_numbers && !(flags & cell_flag_decimal)) {
-    int digits = hex_digits_for_size(kind);
-    if (!layout.m_no_padding && width > 2) digits = width - 2 > 64 ? 64 : int(width - 2);
-    *p++ = '0';
-    *p++ = 'x';
-    p = put_hex(p, value, digits);
-    if (!layout.m_no_padding) p = pad_to(start, p, width);
-    return p;
-  }
-  if (layout.m_no_padding) return put_decimal(p, value);
-  char digits[24];
-  char* end = put_decimal(digits, value);
-  const size_t n = size_t(end - digits);
-  if (n < width) {
-    std::memset(p, ' ', width - n);
-    p += width - n;
-  }
-  return put_bytes(p, digits, n);
-}
-
 // One character of text that may need cleaning; returns the position behind what it used.
 inline size_t put_clean_char(char*& p, const char* data, size_t i, size_t size, char replace, char with,
                              bool tokens) {
@@ -171,57 +148,6 @@ inline uint64_t needs_cleaning(uint64_t v, uint64_t pattern, uint64_t below) {
   return (((x - k_ones) & ~x) | ((v - below) & ~v)) & k_highs;
 }
 
-// A time cell of either kind; a split one also renders the column behind it when there is one.
-// Each part: the optional blank, the text (one blank when the instant cannot be shown and the
-// layout is padded), then padding.
-char* put_time_value(char* p, result_row& row, uint16_t kind, uint64_t filetime, size_t i, size_t count,
-                     const std::vector<result_column>& columns, const result_layout& layout) {
-  const char* date = nullptr;
-  size_t date_size = 0;
-  const date_source source = find_date(row, filetime, layout, date, date_size);
-  const bool padded = !layout.m_no_padding;
-  auto put_date = [&](char* q) {
-    if (source == date_kept) {
-      std::memcpy(q, date, 16);  // a kept date has room for sixteen bytes and more
-      if (date_size > 16) std::memcpy(q + 16, date + 16, date_size - 16);
-      return q + date_size;
-    }
-    return put_bytes(q, date, date_size);
-  };
-  auto put_clock_text = [&](char* q) {
-    if (source == date_kept) return put_clock(q, filetime, row.m_fraction_digits);
-    return put_bytes(q, row.m_clock_work.data(), row.m_clock_work.size());
-  };
-
-  if (kind == cell_time_split) {
-    if (layout.m_blank_before_time) *p++ = ' ';
-    char* start = p;
-    if (source != date_hidden) p = put_date(p);
-    else if (padded) *p++ = ' ';
-    if (padded) p = pad_to(start, p, columns[i].m_width);
-    if (i + 1 < count) {
-      p = put_bytes(p, layout.m_separator.data(), layout.m_separator.size());
-      if (layout.m_blank_before_time) *p++ = ' ';
-      start = p;
-      if (source != date_hidden) p = put_clock_text(p);
-      else if (padded) *p++ = ' ';
-      if (padded) p = pad_to(start, p, columns[i + 1].m_width);
-    }
-    return p;
-  }
-  if (layout.m_blank_before_time) *p++ = ' ';
-  char* start = p;
-  if (source != date_hidden) {
-    p = put_date(p);
-    *p++ = ' ';
-    p = put_clock_text(p);
-  } else if (padded) {
-    *p++ = ' ';
-  }
-  if (padded && columns[i].m_width) p = pad_to(start, p, columns[i].m_width);
-  return p;
-}
-
 }  // namespace
 
 size_t utf8_length(const char* begin, size_t bytes) {
@@ -248,7 +174,7 @@ char* pad_to(char* start, char* p, size_t width) {
 }
 
 char* put_clean(char* p, const char* data, size_t size, char replace, char with, bool tokens) {
-  if (!replace && !tokens) return put_bytes(p, data, size);
+  if (!replace && !tokens) return size ? put_bytes(p, data, size) : p;  // an empty view may hold no pointer
   // A replacement character of 0 makes every NUL a candidate; put_clean_char copies it as it is.
   const uint8_t limit = tokens ? 14 : 0;
   size_t i = 0;
@@ -287,6 +213,80 @@ char* put_clean(char* p, const char* data, size_t size, char replace, char with,
     }
     while (i < size) i = put_clean_char(p, data, i, size, replace, with, tokens);
   }
+  return p;
+}
+
+char* put_number(char* p, uint16_t kind, uint64_t number, uint32_t flags, size_t width, const result_layout& layout) {
+  uint64_t value = mask_to_kind(number, kind);
+  char* start = p;
+  if (layout.m_hex_numbers && !(flags & cell_flag_decimal)) {
+    int digits = hex_digits_for_size(kind);
+    if (!layout.m_no_padding && width > 2) digits = width - 2 > 64 ? 64 : int(width - 2);
+    *p++ = '0';
+    *p++ = 'x';
+    p = put_hex(p, value, digits);
+    if (!layout.m_no_padding) p = pad_to(start, p, width);
+    return p;
+  }
+  if (layout.m_no_padding) return put_decimal(p, value);
+  char digits[24];
+  char* end = put_decimal(digits, value);
+  const size_t n = size_t(end - digits);
+  if (n < width) {
+    std::memset(p, ' ', width - n);
+    p += width - n;
+  }
+  return put_bytes(p, digits, n);
+}
+
+// Each part of a time cell: the optional blank, the text (one blank when the instant cannot be
+// shown and the layout is padded), then padding.
+char* put_time_value(char* p, result_row& row, uint16_t kind, uint64_t filetime, size_t i, size_t count,
+                     const std::vector<result_column>& columns, const result_layout& layout) {
+  const char* date = nullptr;
+  size_t date_size = 0;
+  const date_source source = find_date(row, filetime, layout, date, date_size);
+  const bool padded = !layout.m_no_padding;
+  auto put_date = [&](char* q) {
+    if (source == date_kept) {
+      std::memcpy(q, date, 16);  // a kept date has room for sixteen bytes and more
+      if (date_size > 16) std::memcpy(q + 16, date + 16, date_size - 16);
+      return q + date_size;
+    }
+    return put_bytes(q, date, date_size);
+  };
+  auto put_clock_text = [&](char* q) {
+    if (source == date_kept) return put_clock(q, filetime, row.m_fraction_digits);
+    return put_bytes(q, row.m_clock_work.data(), row.m_clock_work.size());
+  };
+
+  if (kind == cell_time_split) {
+    if (layout.m_blank_before_time) *p++ = ' ';
+    char* start = p;
+    if (source != date_hidden) p = put_date(p);
+    else if (padded) *p++ = ' ';
+    if (padded) p = pad_to(start, p, columns[i].m_width);
+    if (i + 1 < count) {
+      if (layout.m_separator.size() == 1) *p++ = layout.m_separator[0];
+      else p = put_bytes(p, layout.m_separator.data(), layout.m_separator.size());
+      if (layout.m_blank_before_time) *p++ = ' ';
+      start = p;
+      if (source != date_hidden) p = put_clock_text(p);
+      else if (padded) *p++ = ' ';
+      if (padded) p = pad_to(start, p, columns[i + 1].m_width);
+    }
+    return p;
+  }
+  if (layout.m_blank_before_time) *p++ = ' ';
+  char* start = p;
+  if (source != date_hidden) {
+    p = put_date(p);
+    *p++ = ' ';
+    p = put_clock_text(p);
+  } else if (padded) {
+    *p++ = ' ';
+  }
+  if (padded && columns[i].m_width) p = pad_to(start, p, columns[i].m_width);
   return p;
 }
 

@@ -42,6 +42,31 @@ inline char* put_text_cell(char* p, std::string_view text, uint32_t flags, size_
   return p;
 }
 
+// Copies bytes where both sides have sixteen bytes of room past the end: a short copy goes in
+// sixteen-byte pieces without a library call.
+inline char* put_run(char* p, const char* from, size_t size) {
+  if (size > 64) return put_bytes(p, from, size);
+  for (size_t i = 0; i < size; i += 16) std::memcpy(p + i, from + i, 16);
+  return p + size;
+}
+
+// Room for `need` more bytes behind the first `used` of the buffer; the buffer's size is its room.
+inline char* room(std::vector<char>& buffer, size_t used, size_t need) {
+  if (buffer.size() < used + need) {
+    size_t grown = buffer.size() * 2;
+    if (grown < used + need + 256) grown = used + need + 256;
+    buffer.resize(grown);
+  }
+  return buffer.data() + used;
+}
+
+// An integer cell of `kind`; `width` is 0 when the layout is not padded. put_hex's eight bytes apply.
+char* put_number(char* p, uint16_t kind, uint64_t number, uint32_t flags, size_t width, const result_layout& layout);
+// A time cell of kind 12 or 13 in column `i` of `count`; a split one also renders the column
+// behind it when there is one, with the separator between.
+char* put_time_value(char* p, result_row& row, uint16_t kind, uint64_t filetime, size_t i, size_t count,
+                     const std::vector<result_column>& columns, const result_layout& layout);
+
 // A cell of column `i` of `count` without the separator in front; a split time cell also renders
 // the column behind it. `flags` holds the cell's and the column's flags. Time cells use the
 // row's dates kept by day.

@@ -17,24 +17,6 @@ bool storable(const result_row& row, int index, uint16_t kind) {
   return !row.m_disabled && index >= 0 && uint32_t(index) < row.m_count && kind <= 31;
 }
 
-// Copies a run of the previous row: both rows have sixteen bytes of room past their end, so a
-// short run goes in sixteen-byte pieces without a library call.
-inline char* put_run(char* p, const char* from, size_t size) {
-  if (size > 64) return put_bytes(p, from, size);
-  for (size_t i = 0; i < size; i += 16) std::memcpy(p + i, from + i, 16);
-  return p + size;
-}
-
-// Room for `need` more bytes behind the first `used` of the buffer.
-inline char* room(std::vector<char>& buffer, size_t used, size_t need) {
-  if (buffer.size() < used + need) {
-    size_t grown = buffer.size() * 2;
-    if (grown < used + need + 256) grown = used + need + 256;
-    buffer.resize(grown);
-  }
-  return buffer.data() + used;
-}
-
 // More than cell `i` can write, its separator in front included.
 size_t cell_bound(const result_row& row, size_t i, size_t count, const std::vector<result_column>& columns,
                   const result_layout& layout) {
