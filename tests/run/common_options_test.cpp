@@ -163,7 +163,6 @@ TEST(CommonOptions, RefusalsAndUnknownOptions) {
 }
 
 // The -out test open: the file is made and removed again, but only a regular file is removed.
-// /dev/null is covered through the whole driver in driver_test.cpp.
 TEST(CommonOptions, OutputFileTest) {
   std::string dir = testutil::make_temp_dir("out");
   setenv("BRIMLOCK_TEST_DIR", dir.c_str(), 1);
@@ -204,6 +203,15 @@ TEST(CommonOptions, OutputFileTest) {
   cmd_params t;
   EXPECT_TRUE(parse(t, {"-csv", "-out"}));
   EXPECT_EQ(t.m_out_given, 0);
+}
+
+TEST(CommonOptions, DevNullSurvivesAsRoot) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to be able to remove /dev/null";
+  cmd_params p;
+  EXPECT_TRUE(parse(p, {"-out", "/dev/null"}));
+  struct stat st;
+  ASSERT_EQ(lstat("/dev/null", &st), 0);
+  EXPECT_TRUE(S_ISCHR(st.st_mode));
 }
 
 }  // namespace

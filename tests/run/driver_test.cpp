@@ -1,7 +1,5 @@
-// The program driver in-process: help, banner, status codes, results file and teardown.
+// The program driver in-process: banner, status codes, results file, and the -cpu slices and merge.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "run/driver.h"
 #include "tests/test_util.h"
@@ -28,19 +26,8 @@ main_result run_main(std::vector<std::string> args) {
   return r;
 }
 
-// The usage lines themselves are checked from outside by the integration tests.
-TEST(Driver, HelpRequestsPrintTheUsageOnStandardError) {
-  const std::string usage = usage_text(), head = std::string(77, '-') + "\n\nbrimlock ver: 0.95\n\nusage:\n";
-  EXPECT_EQ(usage.compare(0, head.size(), head), 0);
-  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-           {}, {"-HELP"}, {"-mftfile", "x", "/?"}, {"--help"}, {"-h", "-csv"}}) {
-    main_result r = run_main(args);
-    EXPECT_EQ(r.m_status, 0);
-    EXPECT_EQ(r.m_err, usage);
-    EXPECT_EQ(r.m_out, "");
-  }
-}
-
+// Help requests, the usage text and the missing-source message are checked from outside by the
+// integration tests (cli_test.cpp), and so is -out /dev/null.
 TEST(Driver, BannerQuotesTheCommandLine) {
   EXPECT_EQ(build_run_banner({"brimlock", "-mftfile", "/a b/$MFT", "-csv"}),
             "brimlock ver: 0.95\n\"cmd:brimlock -mftfile '/a b/$MFT' -csv\"\n");
@@ -50,13 +37,6 @@ TEST(Driver, BannerQuotesTheCommandLine) {
 }
 
 TEST(Driver, StatusCodes) {
-  // No source: the message, the banner, and still status 0.
-  main_result none = run_main({"-csv", "-quiet"});
-  EXPECT_EQ(none.m_status, 0);
-  EXPECT_EQ(none.m_out, build_run_banner({"brimlock", "-csv", "-quiet"}));
-  EXPECT_EQ(none.m_err,
-            "error: need to specify at least an input source [-mftfile, -image, -drivenum, -partition, -vmdk]\n");
-
   const std::string out = testutil::make_temp_dir("drvcpu") + "/r.csv";
   struct refusal {
     std::vector<std::string> m_args;
@@ -92,15 +72,6 @@ TEST(Driver, ResultsFileBeginsWithTheBanner) {
   std::string log = testutil::read_text(dir + "/d.log");
   EXPECT_EQ(log.compare(0, 2, "->"), 0);
   EXPECT_EQ(log.substr(log.size() - 6), " secs\n");
-}
-
-TEST(Driver, DevNullAsResultsFileSurvivesAsRoot) {
-  if (geteuid() != 0) GTEST_SKIP() << "needs root to be able to remove /dev/null";
-  main_result r = run_main({"-mftfile", "/nonexistent/$MFT", "-out", "/dev/null", "-quiet"});
-  EXPECT_EQ(r.m_status, 0);
-  struct stat st;
-  ASSERT_EQ(lstat("/dev/null", &st), 0);
-  EXPECT_TRUE(S_ISCHR(st.st_mode));
 }
 
 TEST(Driver, MergeStartOfChildFiles) {

@@ -1,11 +1,11 @@
 // The walk's option parse: argument vectors in, context fields and messages out.
-#include "tests/storage/orv_disk_image.h"
-
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "base/orv_string.h"
 #include "base/orv_time.h"
 #include "run/mft_entries_ctx.h"
+#include "tests/test_util.h"
 
 namespace {
 
@@ -75,49 +75,6 @@ TEST(WalkOptions, SourceChoice) {
   EXPECT_EQ(r.m_status, -1);
   EXPECT_NE(r.m_err.find(dir + "/a.vmdk can't be opened"), std::string::npos);
   EXPECT_EQ(v.m_vmdk_list.size(), 2u);
-}
-
-TEST(WalkOptions, ImageVolumes) {
-  std::string dir = testutil::make_temp_dir("walkimg");
-  std::wstring wdir = orv::to_wide(dir);
-  // One bare volume: filed as a volume image.
-  diskimg::bytes volume(64 * 512);
-  diskimg::ntfs_boot(volume, 0, 512, 8, 63, 1);
-  testutil::write_file(dir + "/vol.dd", volume);
-  mft_entries_ctx c;
-  walk_result r = walk(c, {"-image", dir + "/vol.dd"});
-  EXPECT_EQ(r.m_status, 0) << r.m_err;
-  EXPECT_EQ(r.m_err, "");
-  EXPECT_EQ(c.m_image_volume_path, wdir + L"/vol.dd");
-  EXPECT_TRUE(c.m_image_path.empty());
-
-  // A disk with one NTFS partition at sector 2048: the tool does not pick a volume by itself.
-  diskimg::bytes disk((2048 + 64) * 512);
-  diskimg::mbr_entry(disk, 0, 0, 7, 2048, 64);
-  diskimg::boot_signature(disk, 510);
-  diskimg::ntfs_boot(disk, 2048 * 512, 512, 8, 64, 1);
-  testutil::write_file(dir + "/disk.dd", disk);
-  mft_entries_ctx d;
-  r = walk(d, {"-image", dir + "/disk.dd"});
-  EXPECT_EQ(r.m_status, -1);
-  EXPECT_NE(r.m_err.find("volume offset [ 0x100000 ] : ntfs"), std::string::npos) << r.m_err;
-  EXPECT_NE(r.m_err.find("use option [-offset 0x100000]"), std::string::npos);
-  mft_entries_ctx e;
-  r = walk(e, {"-image", dir + "/disk.dd", "-offset", "0x100000"});
-  EXPECT_EQ(r.m_status, 0) << r.m_err;
-  EXPECT_EQ(e.m_volume_offset, 0x100000u);
-  EXPECT_EQ(e.m_image_path, wdir + L"/disk.dd");
-
-  // Cut short: refused unless the size test is switched off.
-  disk.resize((2048 + 32) * 512);
-  testutil::write_file(dir + "/short.dd", disk);
-  mft_entries_ctx f;
-  r = walk(f, {"-image", dir + "/short.dd", "-offset", "1048576"});
-  EXPECT_EQ(r.m_status, -1);
-  EXPECT_NE(r.m_err.find("does not encapsulate entire volume"), std::string::npos);
-  mft_entries_ctx g;
-  EXPECT_EQ(walk(g, {"-image", dir + "/short.dd", "-offset", "1048576", "-ignore_image_size"}).m_status, 0);
-  EXPECT_EQ(g.m_ignore_image_size, 1);
 }
 
 TEST(WalkOptions, NameAndExtensionFilters) {
