@@ -2,42 +2,24 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <functional>
 #include <unistd.h>
+
+#include <fstream>
+#include <functional>
+#include <iterator>
 
 namespace {
 
 // Everything the call writes to standard error.
 std::string capture_stderr(const std::function<void()>& body) {
-  std::fflush(stderr);
-  char path[] = "/tmp/brim_stderr_XXXXXX";
-  int fd = ::mkstemp(path);
-  int saved = ::dup(2);
-  ::dup2(fd, 2);
+  testing::internal::CaptureStderr();
   body();
-  std::fflush(stderr);
-  ::dup2(saved, 2);
-  ::close(saved);
-  std::string text;
-  ::lseek(fd, 0, SEEK_SET);
-  char buf[4096];
-  ssize_t n;
-  while ((n = ::read(fd, buf, sizeof buf)) > 0) text.append(buf, size_t(n));
-  ::close(fd);
-  ::unlink(path);
-  return text;
+  return testing::internal::GetCapturedStderr();
 }
 
 std::string read_file(const std::string& path) {
-  std::string text;
-  FILE* f = std::fopen(path.c_str(), "rb");
-  if (!f) return text;
-  char buf[4096];
-  size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, n);
-  std::fclose(f);
-  return text;
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 const std::string k_start = "\x1b[2K\r    \r";
