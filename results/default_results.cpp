@@ -71,6 +71,8 @@ struct default_row_scratch {
   std::vector<planned_cell> m_plan;
   uint16_t m_time_kind = cell_time_split;
   size_t m_column_count = 0;
+  bool m_type_plain = false;
+  bool m_macb_plain = false;
   size_t m_frame_room = 0;  // room for the frame and for the gaps of a row, their texts aside
   size_t m_gap_room = 0;
   size_t m_gaps = 0;
@@ -150,6 +152,16 @@ void build_columns(default_writer_state& state, const mft_entries_ctx& ctx) {
     scratch.m_plan.push_back(cell);
     i += cell.m_source == from_time && scratch.m_time_kind == cell_time_split && i + 1 < count ? 2 : 1;
   }
+  // The type and MACB texts are made of few characters; when none of them needs cleaning and the
+  // cells are neither quoted nor padded, they go out as they are.
+  auto plain = [&](int column, const char* alphabet) {
+    if (column < 0 || !table.m_layout.m_no_padding) return false;
+    if ((table.m_columns[size_t(column)].m_flags | table.m_row.m_default_flags) & cell_flag_quoted) return false;
+    const char replace = table.m_layout.m_replace_char;
+    return replace == 0 || std::strchr(alphabet, replace) == nullptr;
+  };
+  scratch.m_type_plain = plain(state.m_col_type, "abcdefghijklmnopqrstuvwxyz (FN8.3)");
+  scratch.m_macb_plain = plain(state.m_col_macb, "si:[macb.]; fn83");
   scratch.m_frame_room = 32;
   scratch.m_gap_room = 32;
   for (const planned_cell& cell : scratch.m_plan)
@@ -264,8 +276,18 @@ void write_row(default_row_scratch& scratch, result_table& table, results_stream
     from = scratch.m_piece_end[g];
     const planned_cell& cell = scratch.m_plan[scratch.m_gap_cell[g]];
     switch (cell.m_source) {
-      case from_type: p = put_text(p, type, cell, table); break;
-      case from_macb: p = put_text(p, macb, cell, table); break;
+      case from_type:
+        p = scratch.m_type_plain ? row_text::put_bytes(p, type.data(), type.size()) : put_text(p, type, cell, table);
+        break;
+      case from_macb:
+        if (scratch.m_macb_plain) {
+          std::memcpy(p, macb.data(), 32);  // from render_macb's buffer of 48 bytes
+          if (macb.size() > 32) std::memcpy(p + 32, macb.data() + 32, macb.size() - 32);
+          p += macb.size();
+        } else {
+          p = put_text(p, macb, cell, table);
+        }
+        break;
       case from_name: p = put_text(p, name, cell, table); break;
       default:
         p = row_text::put_time_value(p, table.m_row, scratch.m_time_kind, instant, cell.m_column,
