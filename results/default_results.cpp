@@ -79,7 +79,8 @@ struct default_row_scratch {
   size_t m_gap_cell[4] = {0, 0, 0, 0};    // plan index of each gap
   std::vector<char> m_frame;
   uint32_t m_piece_end[5] = {0, 0, 0, 0, 0};  // end of the piece before each gap, then of the last
-  std::vector<char> m_line;
+  std::vector<char> m_line;  // the rows of a timeline, written out together
+  size_t m_line_used = 0;
 };
 
 default_writer_state::default_writer_state() : m_scratch(new default_row_scratch) {}
@@ -235,7 +236,7 @@ void write_frame(default_row_scratch& scratch, result_table& table, const entry_
                  uint64_t parent, const std::string_view* texts) {
   const std::string& separator = table.m_layout.m_separator;
   size_t need = scratch.m_frame_room;
-  for (size_t source = 0; source < from_nothing; ++source) need += 4 * texts[source].size();
+  for (const planned_cell& cell : scratch.m_plan) need += 4 * texts[cell.m_source].size();
   char* const begin = row_text::room(scratch.m_frame, 0, need);
   char* p = begin;
   size_t gap = 0;
@@ -262,12 +263,13 @@ void write_frame(default_row_scratch& scratch, result_table& table, const entry_
   scratch.m_piece_end[gap] = uint32_t(p - begin);
 }
 
-// One row: the frame's pieces with the type, time, MACB and name in the gaps between them.
-void write_row(default_row_scratch& scratch, result_table& table, results_stream& out, std::string_view type,
-               uint64_t instant, std::string_view macb, std::string_view name) {
+// One row: the frame's pieces with the type, time, MACB and name in the gaps between them, added
+// to the timeline's rows.
+void write_row(default_row_scratch& scratch, result_table& table, std::string_view type, uint64_t instant,
+               std::string_view macb, std::string_view name) {
   const size_t gaps = scratch.m_gaps;
   const size_t need = scratch.m_piece_end[gaps] + scratch.m_gap_room + 4 * (type.size() + macb.size() + name.size());
-  char* const begin = row_text::room(scratch.m_line, 0, need);
+  char* const begin = row_text::room(scratch.m_line, scratch.m_line_used, need);
   const char* const frame = scratch.m_frame.data();
   char* p = begin;
   size_t from = 0;
@@ -296,7 +298,7 @@ void write_row(default_row_scratch& scratch, result_table& table, results_stream
   }
   p = row_text::put_run(p, frame + from, scratch.m_piece_end[gaps] - from);
   *p++ = '\n';
-  out.write(std::string_view(begin, size_t(p - begin)));
+  scratch.m_line_used += size_t(p - begin);
 }
 
 // Writes the accumulated timeline of one parent and one referring record, then empties it.
@@ -374,15 +376,17 @@ void flush_timeline(default_writer_state& state, const entry_record& entry, cons
     if (!scratch.m_long.empty()) {
       const std::string_view letters_text(macb, render_macb(macb, letters, present, show_si | show_fn));
       for (uint32_t name : scratch.m_long)
-        write_row(scratch, table, out, notes.m_type, instant, letters_text, name_text(scratch, name));
+        write_row(scratch, table, notes.m_type, instant, letters_text, name_text(scratch, name));
     }
     if (!scratch.m_dos.empty()) {
       if (scratch.m_type_dos.empty()) scratch.m_type_dos.assign(notes.m_type).append(" (FN 8.3)");
       const std::string_view letters_text(macb, render_macb(macb, letters, present, show_si | show_fn83));
       for (uint32_t name : scratch.m_dos)
-        write_row(scratch, table, out, scratch.m_type_dos, instant, letters_text, name_text(scratch, name));
+        write_row(scratch, table, scratch.m_type_dos, instant, letters_text, name_text(scratch, name));
     }
   }
+  if (scratch.m_line_used) out.write(std::string_view(scratch.m_line.data(), scratch.m_line_used));
+  scratch.m_line_used = 0;
   marks.clear();
 }
 

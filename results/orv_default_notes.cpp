@@ -64,11 +64,13 @@ const char* record_type_text(const entry_record& entry, const mft_entries_ctx& c
 }
 
 void extension_text(std::string& out, const std::wstring& name, bool is_directory) {
-  size_t dot = name.rfind(L'.');
-  if (is_directory || dot == std::wstring::npos) {
+  size_t dot = name.size();
+  while (dot > 0 && name[dot - 1] != L'.') --dot;  // names are short: no library call
+  if (is_directory || dot == 0) {
     out.append("none", 4);
     return;
   }
+  --dot;
   // Lowered and written as UTF-8 one character at a time; ASCII needs no library call.
   char buffer[64];
   size_t n = 0;
