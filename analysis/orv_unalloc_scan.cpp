@@ -23,6 +23,9 @@ static bool read_cluster_bitmap(mft_entries_ctx& ctx, std::vector<uint8_t>& bitm
     if (item.m_label != "unnamed data" || item.m_runs.empty()) continue;
     uint64_t size = std::min<uint64_t>(item.stream_size(), k_max_bitmap_bytes);
     size = std::min<uint64_t>(size, list_bytes(item.m_runs, ctx.m_volume->cluster_size(), false));
+    // Its bytes are read from the source, so it never holds more than the source does.
+    uint64_t source = ctx.m_volume->disk() ? ctx.m_volume->disk()->size() : 0;
+    if (source) size = std::min(size, source);
     bitmap.assign(size, 0);
     uint64_t length = size;
     uint32_t flags = 0;
@@ -51,7 +54,13 @@ bool unalloc_scan(results_stream& out, mft_entries_ctx& ctx) {
   uint64_t cluster_size = volume.cluster_size();
   uint32_t record_size = ctx.record_size();
   uint64_t per_cluster = record_size ? cluster_size / record_size : 0;
-  uint32_t clusters = uint32_t(uint64_t(bitmap.size()) * 8);
+  uint64_t clusters = uint64_t(bitmap.size()) * 8;
+  // Clusters past the end of the source cannot be read: a bitmap that claims more is not walked.
+  uint64_t source = volume.disk() ? volume.disk()->size() : 0;
+  if (source && cluster_size) {
+    uint64_t readable = source > volume.m_volume_offset ? source - volume.m_volume_offset : 0;
+    clusters = std::min(clusters, readable / cluster_size);
+  }
   std::vector<uint8_t> record(record_size);
   uint64_t start = ctx.m_unalloc_start_given ? ctx.m_unalloc_start : 0;
   for (uint64_t cluster = start; cluster < clusters; ++cluster) {

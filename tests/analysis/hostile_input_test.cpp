@@ -1,6 +1,7 @@
 // Records damaged on purpose: each case is the smallest input that once broke decoding (undefined
 // behaviour, a read out of bounds, a hang), rebuilt here in memory.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "analysis/entry_record.h"
@@ -200,4 +201,30 @@ TEST(HostileInput, DeepDirectoryChainEndsAsCorruptedPastTheLongestPath) {
   size_t remembered = 0;
   for (const auto& kv : ctx->m_sound_paths) remembered += kv.second.size();
   EXPECT_LT(remembered, 200000u);
+}
+
+TEST(HostileInput, FreeClusterScanBoundedByTheSource) {
+  // $Bitmap claims 512 MiB over a run of 2^17 clusters from cluster 0 of a 256 KiB volume: the
+  // scan allocated the whole claim and then walked two million clusters that do not exist.
+  testvol::image img(64);
+  img.boot();
+  testvol::extents mft_runs = {{4, 4}};
+  img.put_record(mft_runs, 0, testvol::mft_record(mft_runs, img.cluster()).build());
+  record_builder bitmap;
+  bitmap.m_record_number = 6;
+  bitmap.resident(0x10, si_value(1, 2, 3, 4));
+  uint64_t claim = uint64_t(512) << 20;
+  bitmap.nonresident(0x80, testvol::encode_runs({{0, 1u << 17}}), claim, claim, claim);
+  img.put_record(mft_runs, 6, bitmap.build());
+  testvol::image_file file(img.m_bytes);
+  mft_entries_ctx ctx;
+  ctx.m_image_volume_path = orv::to_wide(file.m_path);
+  ctx.m_progress = 0;
+  results_stream out;
+  ASSERT_TRUE(out.open_file("/dev/null"));
+  struct rusage before, after;
+  getrusage(RUSAGE_SELF, &before);
+  EXPECT_TRUE(unalloc_scan(out, ctx));
+  getrusage(RUSAGE_SELF, &after);
+  EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64 * 1024);  // KiB
 }
