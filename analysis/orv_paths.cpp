@@ -30,18 +30,23 @@ dir_cache_entry::dir_cache_entry(uint64_t record_number, uint16_t sequence, cons
   if (m_parents.empty()) m_parents.insert(0);
 }
 
-std::wstring select_name(const entry_record& entry, uint64_t record_number) {
-  if (entry.m_file_names.empty()) return std::wstring();
-  if (entry.m_file_names.size() == 1) return entry.m_file_names.begin()->second.m_name;
+const std::wstring* select_name_of(const entry_record& entry, uint64_t record_number) {
+  if (entry.m_file_names.empty()) return nullptr;
+  if (entry.m_file_names.size() == 1) return &entry.m_file_names.begin()->second.m_name;
   const file_name_entry* any = nullptr;
   for (const auto& kv : entry.m_file_names) {
     const file_name_entry& fn = kv.second;
     uint8_t ns = fn.name_space();
     if (ns != 0 && ns % 2 == 0) continue;  // a DOS-only name is passed over
-    if (record_number == UINT64_MAX || fn.m_inode == record_number) return fn.m_name;
+    if (record_number == UINT64_MAX || fn.m_inode == record_number) return &fn.m_name;
     if (!any) any = &fn;
   }
-  return any ? any->m_name : std::wstring();
+  return any ? &any->m_name : nullptr;
+}
+
+std::wstring select_name(const entry_record& entry, uint64_t record_number) {
+  const std::wstring* name = select_name_of(entry, record_number);
+  return name ? *name : std::wstring();
 }
 
 static std::set<uint64_t> parent_set(const entry_record& entry) {

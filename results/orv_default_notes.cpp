@@ -210,7 +210,9 @@ void build_record_notes(record_notes& notes, const entry_record& entry, const mf
   append_entry_number(notes.m_entry_text, entry.m_inode, hex);
   notes.m_type.assign(record_type_text(entry, ctx));
   notes.m_ext.clear();
-  extension_text(notes.m_ext, select_name(entry, entry.m_inode), entry.is_directory());
+  static const std::wstring k_no_name;
+  const std::wstring* name = select_name_of(entry, entry.m_inode);
+  extension_text(notes.m_ext, name ? *name : k_no_name, entry.is_directory());
 
   notes.m_md5.clear();
   notes.m_sha1.clear();
