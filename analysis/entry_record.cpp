@@ -562,6 +562,10 @@ bool read_attrib_list(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode,
   if (cluster == 0) return true;
   uint64_t total = list_bytes(runs, cluster, false);
   total = std::min(total, k_max_attrib_list_bytes);
+  // The list is read from the source: never a buffer larger than the source, or every record
+  // with a lying run list would allocate and clear 64 MiB.
+  uint64_t source = volume.disk() ? volume.disk()->size() : 0;
+  if (source) total = std::min(total, source - source % cluster);
   std::vector<uint8_t> buffer(total, 0);
   uint64_t at = 0;
   for (const run_entry& run : runs) {

@@ -228,3 +228,34 @@ TEST(HostileInput, FreeClusterScanBoundedByTheSource) {
   getrusage(RUSAGE_SELF, &after);
   EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64 * 1024);  // KiB
 }
+
+TEST(HostileInput, NonResidentAttributeListBoundedByTheSource) {
+  // A list over 2^17 clusters of a 256 KiB volume: the buffer for it was 64 MiB, allocated and
+  // cleared for every record that carries such a list.
+  testvol::image img(64);
+  img.boot();
+  testvol::extents mft_runs = {{4, 8}};
+  img.put_record(mft_runs, 0, testvol::mft_record(mft_runs, img.cluster()).build());
+  record_builder base;
+  base.m_record_number = 20;
+  base.resident(0x10, si_value(1, 2, 3, 4));
+  uint64_t claim = uint64_t(512) << 20;
+  base.nonresident(0x20, testvol::encode_runs({{0, 1u << 17}}), claim, claim, claim);
+  img.put_record(mft_runs, 20, base.build());
+  testvol::image_file file(img.m_bytes);
+  std::unique_ptr<CNtfs> volume = file.open();
+  ASSERT_TRUE(volume);
+  mft_entries_ctx ctx;
+  ctx.m_volume = volume.get();
+  ctx.m_owns_volume = 0;
+  ctx.m_source_open = 1;
+  struct rusage before, after;
+  getrusage(RUSAGE_SELF, &before);
+  entry_record entry;
+  EXPECT_TRUE(read_entry(entry, ctx, 20, false));
+  EXPECT_TRUE(entry.m_attrib_list_nonresident);
+  getrusage(RUSAGE_SELF, &after);
+  ctx.m_volume = nullptr;
+  ctx.m_source_open = 0;
+  EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 32 * 1024);  // KiB
+}
