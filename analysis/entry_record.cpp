@@ -505,25 +505,21 @@ bool parse_attrib_list(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode
           std::memcmp(record.data(), "FILE", 4) == 0 && le16(record.data() + FR_FIRST_ATTRIB) != 0) {
         uint32_t want_type = le32(item), want_id = le16(item + 24);
         uint64_t handed = ctx.m_follow_ref_inode ? ref : inode;
-        size_t first = le16(record.data() + FR_FIRST_ATTRIB);
-        int64_t size_left = int64_t(record.size());
-        size_t at = first;
-        if (at + 8 <= record.size() && le32(record.data() + at + 4) < record.size()) {
-          while (at + 16 <= record.size()) {
-            uint32_t type = le32(record.data() + at), len = le32(record.data() + at + 4);
-            if (type == want_type && le16(record.data() + at + 14) == want_id) {
-              bool ignored = false;
-              categorize_attrib(entry, ctx, handed, record.data(), uint32_t(record.size()), record.data() + at,
-                                ignored, capture);
-              pulled.insert(key);
-              break;
-            }
-            if (len == 0) break;
-            size_left -= len;
-            at += len;
-            if (size_left <= 0 || at + 4 > record.size() || le32(record.data() + at) == AT_END) break;
-          }
-        }
+        const uint8_t* rec = record.data();
+        uint32_t rec_len = uint32_t(record.size());
+        size_t first = le16(rec + FR_FIRST_ATTRIB);
+        // Only the one attribute the entry names is taken; an attribute as long as the record
+        // itself ends the search.
+        attrib_walk_rules rules;
+        rules.m_limit = rec_len - 1;
+        walk_attributes(rec, rec_len, first, rules, [&](const uint8_t* attr, uint32_t, size_t at) {
+          if (at + 16 > rec_len) return false;
+          if (le32(attr) != want_type || le16(attr + 14) != want_id) return true;
+          bool ignored = false;
+          categorize_attrib(entry, ctx, handed, rec, rec_len, attr, ignored, capture);
+          pulled.insert(key);
+          return false;
+        });
       }
     }
     remaining -= entry_length;
