@@ -392,4 +392,19 @@ std::vector<std::string> compare_rows(const facts& f, const results& r, const co
   return problems;
 }
 
+std::string join_lines(const std::vector<std::string>& lines) {
+  std::string out;
+  for (const auto& line : lines) out += line + "\n";
+  return out;
+}
+
+run_output run_to_file(const std::string& tag, const std::string& args, bool csv) {
+  run_output o;
+  std::string out = scratch_dir(tag) + "/results.txt";
+  o.run = run_brimlock(args + (csv ? " -csv" : "") + " -out " + q(out));
+  o.text = testutil::read_text(out);
+  o.rows = parse_results(o.text, csv ? "," : " | ");
+  return o;
+}
+
 }  // namespace fixtures

@@ -136,6 +136,17 @@ struct compare_options {
   bool csv = true;             // separator "," (else " | ")
 };
 std::vector<std::string> compare_rows(const facts& f, const results& r, const compare_options& o);
+// Lines joined with line feeds, for failure messages.
+std::string join_lines(const std::vector<std::string>& lines);
+
+// One run of the binary with its results written to a file in the scratch area.
+struct run_output {
+  testutil::run_result run;
+  std::string text;
+  results rows;
+};
+run_output run_to_file(const std::string& tag, const std::string& args, bool csv);
+
 // Numbers of the "mft entry" column: "0x0000002a" or "42".
 uint64_t parse_number(const std::string& cell);
 // Text as the writer puts it in a cell: the separator character replaced.

@@ -8,30 +8,10 @@
 
 using fixtures::q;
 using fixtures::run_brimlock;
+using fixtures::run_output;
+using fixtures::run_to_file;
 
 namespace {
-
-std::string join(const std::vector<std::string>& v) {
-  std::string out;
-  for (const auto& s : v) out += s + "\n";
-  return out;
-}
-
-struct run_output {
-  testutil::run_result run;
-  std::string text;
-  fixtures::results rows;
-};
-
-run_output run_csv(const std::string& tag, const std::string& args) {
-  run_output o;
-  std::string dir = fixtures::scratch_dir(tag);
-  std::string out = dir + "/results.csv";
-  o.run = run_brimlock(args + " -csv -out " + q(out));
-  o.text = testutil::read_text(out);
-  o.rows = fixtures::parse_results(o.text, ",");
-  return o;
-}
 
 void expect_matches(const std::string& facts_name, const run_output& o) {
   EXPECT_EQ(o.run.status, 0) << o.run.err;
@@ -42,7 +22,7 @@ void expect_matches(const std::string& facts_name, const run_output& o) {
   fixtures::compare_options opt;
   opt.extracted_mft = false;
   auto problems = fixtures::compare_rows(f, o.rows, opt);
-  EXPECT_TRUE(problems.empty()) << join(problems);
+  EXPECT_TRUE(problems.empty()) << fixtures::join_lines(problems);
 }
 
 std::string hex(uint64_t v) {
@@ -61,7 +41,7 @@ uint64_t part_offset(const fixtures::facts& parts, uint64_t start) {
 TEST(Image, BareFeatureVolumeMatchesSleuthkit) {
   std::string img = fixtures::path("feature.img");
   ASSERT_FALSE(img.empty());
-  auto o = run_csv("img_feature", "-image " + q(img));
+  auto o = run_to_file("img_feature", "-image " + q(img), true);
   expect_matches("feature.facts.tsv", o);
   // Through the volume, the attribute lists are followed wherever they are: all 200 names of
   // the file with a non-resident list come out, each in attrlist\many.
@@ -83,13 +63,13 @@ TEST(Image, BareFeatureVolumeMatchesSleuthkit) {
 TEST(Image, FourKilobyteRecordVolumeMatchesSleuthkit) {
   std::string img = fixtures::path("rec4k.img");
   ASSERT_FALSE(img.empty());
-  expect_matches("rec4k.facts.tsv", run_csv("img_rec4k", "-image " + q(img)));
+  expect_matches("rec4k.facts.tsv", run_to_file("img_rec4k", "-image " + q(img), true));
 }
 
 TEST(Image, FragmentedMftWithAttributeListMatchesSleuthkit) {
   std::string img = fixtures::path("mftfrag.img");
   ASSERT_FALSE(img.empty());
-  auto o = run_csv("img_mftfrag", "-image " + q(img));
+  auto o = run_to_file("img_mftfrag", "-image " + q(img), true);
   expect_matches("mftfrag.facts.tsv", o);
   // Records far into the $MFT (in its last runs, reached only through the attribute list)
   // are there.
@@ -108,7 +88,7 @@ TEST(Image, TruncatedBareVolumeStillRuns) {
   // volume image is taken at offset 0 even though it does not hold the whole volume.
   std::string img = fixtures::truncated_copy("feature.img", 4 << 20);
   ASSERT_FALSE(img.empty());
-  auto o = run_csv("img_feature_cut", "-image " + q(img));
+  auto o = run_to_file("img_feature_cut", "-image " + q(img), true);
   expect_matches("feature.facts.tsv", o);
 }
 
@@ -139,8 +119,8 @@ TEST(Image, MbrDiskNeedsAnOffsetAndReadsEachNtfsPartition) {
             std::string::npos)
       << rf.err;
 
-  expect_matches("mbr.p2.facts.tsv", run_csv("img_mbr_p2", "-image " + q(img) + " -offset " + hex(primary)));
-  expect_matches("mbr.p5.facts.tsv", run_csv("img_mbr_p5", "-image " + q(img) + " -offset " + hex(logical)));
+  expect_matches("mbr.p2.facts.tsv", run_to_file("img_mbr_p2", "-image " + q(img) + " -offset " + hex(primary), true));
+  expect_matches("mbr.p5.facts.tsv", run_to_file("img_mbr_p5", "-image " + q(img) + " -offset " + hex(logical), true));
 
   // An offset past the end: the bounds text.
   auto rb = run_brimlock("-image " + q(img) + " -offset 0x40000000 -csv");
@@ -156,7 +136,7 @@ TEST(Image, GptDiskNeedsAnOffsetAndReadsItsPartition) {
   auto r = run_brimlock("-image " + q(img) + " -csv");
   EXPECT_EQ(r.status, 255);
   EXPECT_NE(r.err.find("use option [-offset " + hex(first) + "]\n"), std::string::npos) << r.err;
-  expect_matches("gpt.p1.facts.tsv", run_csv("img_gpt", "-image " + q(img) + " -offset " + hex(first)));
+  expect_matches("gpt.p1.facts.tsv", run_to_file("img_gpt", "-image " + q(img) + " -offset " + hex(first), true));
 }
 
 TEST(Image, DiskCutShortInsideItsPartition) {
@@ -171,7 +151,7 @@ TEST(Image, DiskCutShortInsideItsPartition) {
       << r.err;
   // -ignore_image_size goes on with what there is: the $MFT lies near the start.
   expect_matches("gpt.p1.facts.tsv",
-                 run_csv("img_gpt_cut", "-image " + q(img) + " -offset 0x100000 -ignore_image_size"));
+                 run_to_file("img_gpt_cut", "-image " + q(img) + " -offset 0x100000 -ignore_image_size", true));
 }
 
 TEST(Image, DiskOfFourKilobyteSectors) {
@@ -184,7 +164,7 @@ TEST(Image, DiskOfFourKilobyteSectors) {
   auto r = run_brimlock("-image " + q(img) + " -csv");
   EXPECT_EQ(r.status, 255);
   EXPECT_NE(r.err.find("use option [-offset 0x100000]\n"), std::string::npos) << r.err;
-  expect_matches("disk4k.p1.facts.tsv", run_csv("img_disk4k", "-image " + q(img) + " -offset 0x100000"));
+  expect_matches("disk4k.p1.facts.tsv", run_to_file("img_disk4k", "-image " + q(img) + " -offset 0x100000", true));
 }
 
 // Disks written by Windows, shared outside the repository.
@@ -207,7 +187,7 @@ TEST(Corpus, WindowsDisksNeedTheirOffsetAndMatchSleuthkit) {
     auto r = run_brimlock("-image " + q(img) + " -csv");
     EXPECT_EQ(r.status, 255);
     EXPECT_NE(r.err.find("use option [-offset 0x10000]\n"), std::string::npos) << r.err;
-    auto o = run_csv(std::string("corpus_") + s.image, "-image " + q(img) + " -offset 0x10000");
+    auto o = run_to_file(std::string("corpus_") + s.image, "-image " + q(img) + " -offset 0x10000", true);
     if (!fixtures::path(s.facts).empty()) expect_matches(s.facts, o);
     bool found = false;
     for (size_t i = 0; i < o.rows.rows.size(); ++i)

@@ -7,34 +7,14 @@
 
 using fixtures::q;
 using fixtures::run_brimlock;
+using fixtures::run_output;
+using fixtures::run_to_file;
 
 namespace {
 
 const char* const kCsvHeader =
     "mft entry,mft seqnum,parent mft,par seqnum,type,ext,ref,date, time-utc,MACB,other info,name,path,various data "
     "types";
-
-std::string join(const std::vector<std::string>& v) {
-  std::string out;
-  for (const auto& s : v) out += s + "\n";
-  return out;
-}
-
-struct run_output {
-  testutil::run_result run;
-  std::string text;
-  fixtures::results rows;
-};
-
-run_output run_to_file(const std::string& tag, const std::string& args, bool csv) {
-  run_output o;
-  std::string dir = fixtures::scratch_dir(tag);
-  std::string out = dir + "/results.txt";
-  o.run = run_brimlock(args + (csv ? " -csv" : "") + " -out " + q(out));
-  o.text = testutil::read_text(out);
-  o.rows = fixtures::parse_results(o.text, csv ? "," : " | ");
-  return o;
-}
 
 // The first lines of a results file: banner, quoted command line, empty line.
 void expect_preamble(const run_output& o, const std::string& must_hold) {
@@ -110,7 +90,7 @@ TEST(MftFile, FeatureCsvRowsMatchSleuthkit) {
   opt.extracted_mft = true;
   opt.csv = true;
   auto problems = fixtures::compare_rows(f, o.rows, opt);
-  EXPECT_TRUE(problems.empty()) << join(problems);
+  EXPECT_TRUE(problems.empty()) << fixtures::join_lines(problems);
 }
 
 TEST(MftFile, FeatureDefaultLayoutMatchesSleuthkit) {
@@ -128,7 +108,7 @@ TEST(MftFile, FeatureDefaultLayoutMatchesSleuthkit) {
   opt.extracted_mft = true;
   opt.csv = false;
   auto problems = fixtures::compare_rows(f, o.rows, opt);
-  EXPECT_TRUE(problems.empty()) << join(problems);
+  EXPECT_TRUE(problems.empty()) << fixtures::join_lines(problems);
   // Padded columns: every row has the header's separators at the same places up to the
   // first variable-width column (the path and what follows are wider than their columns).
   for (size_t i = 4; i < o.rows.lines.size(); ++i) {
@@ -332,7 +312,7 @@ TEST(MftFile, FourKilobyteRecordsMatchSleuthkit) {
   fixtures::compare_options opt;
   opt.extracted_mft = true;
   auto problems = fixtures::compare_rows(f, o.rows, opt);
-  EXPECT_TRUE(problems.empty()) << join(problems);
+  EXPECT_TRUE(problems.empty()) << fixtures::join_lines(problems);
   uint64_t second = inode_of(f, "big records/inner/second.bin");
   auto rows = rows_of(o.rows, second);
   ASSERT_FALSE(rows.empty());
@@ -349,5 +329,5 @@ TEST(MftFile, FragmentedMftWithAttributeListMatchesSleuthkit) {
   fixtures::compare_options opt;
   opt.extracted_mft = true;
   auto problems = fixtures::compare_rows(f, o.rows, opt);
-  EXPECT_TRUE(problems.empty()) << join(problems);
+  EXPECT_TRUE(problems.empty()) << fixtures::join_lines(problems);
 }
