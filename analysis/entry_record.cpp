@@ -9,10 +9,11 @@
 #include "base/orv_console.h"
 #include "base/orv_le.h"
 #include "base/orv_string.h"
-#include "ntfs/mft_file_reader.h"
+#include "ntfs/orv_mft_file_reader.h"
 #include "ntfs/ntfs.h"
 #include "ntfs/orv_attrib.h"
 #include "ntfs/orv_filerec.h"
+#include "ntfs/orv_stream.h"
 #include "run/mft_entries_ctx.h"
 
 using orv::byte_span;

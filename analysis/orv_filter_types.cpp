@@ -1,5 +1,5 @@
 // Filter records with their human descriptions, and the "?" wildcard patterns.
-#include "analysis/filter_types.h"
+#include "analysis/orv_filter_types.h"
 
 #include "base/orv_string.h"
 

@@ -15,5 +15,3 @@ bool signature_match(entry_record& entry, mft_entries_ctx& ctx);
 bool signature_bytes_match(uint32_t type, const uint8_t* bytes, size_t size);
 // Resolves -filter_dir / -filter_file paths to inodes; needs an open volume.
 void resolve_filter_paths(mft_entries_ctx& ctx);
-// Timestamp anomaly analysis: leaves one warning text in the entry.
-void analyse_timestamps(entry_record& entry, const mft_entries_ctx& ctx);

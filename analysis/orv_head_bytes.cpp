@@ -5,6 +5,7 @@
 #include "analysis/entry_record.h"
 #include "ntfs/ntfs.h"
 #include "ntfs/orv_attrib.h"
+#include "ntfs/orv_stream.h"
 #include "run/mft_entries_ctx.h"
 
 void read_head_bytes(entry_record& entry, mft_entries_ctx& ctx) {

@@ -4,7 +4,7 @@
 #include <set>
 #include <string>
 
-#include "analysis/dir_cache_entry.h"
+#include "analysis/orv_dir_cache.h"
 
 class entry_record;
 class mft_entries_ctx;

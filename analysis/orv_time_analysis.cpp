@@ -3,6 +3,7 @@
 // short warning for the writers. The first rule that fires decides.
 #include "analysis/entry_record.h"
 #include "analysis/orv_filters.h"
+#include "analysis/orv_time_analysis.h"
 #include "base/orv_time.h"
 
 namespace {

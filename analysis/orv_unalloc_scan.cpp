@@ -4,12 +4,14 @@
 #include <cstring>
 
 #include "analysis/entry_record.h"
-#include "analysis/mft_scan.h"
+#include "analysis/orv_mft_scan.h"
+#include "analysis/orv_unalloc_scan.h"
 #include "base/orv_console.h"
 #include "base/orv_le.h"
 #include "ntfs/ntfs.h"
 #include "ntfs/orv_attrib.h"
 #include "ntfs/orv_filerec.h"
+#include "ntfs/orv_stream.h"
 #include "run/mft_entries_ctx.h"
 
 // $Bitmap of a volume of 2^32 clusters is 512 MiB; anything claiming more is not believed.

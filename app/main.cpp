@@ -1,3 +1,3 @@
-#include "run/driver.h"
+#include "run/orv_driver.h"
 
 int main(int argc, char** argv) { return brimlock_main(argc, argv); }

@@ -6,6 +6,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include "base/orv_path.h"
 #include "base/orv_string.h"
 
 namespace orv {

@@ -4,6 +4,7 @@
 
 #include "base/orv_string.h"
 #include "base/orv_time.h"
+#include "base/orv_time_text.h"
 
 namespace orv {
 

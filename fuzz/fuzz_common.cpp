@@ -1,6 +1,6 @@
 #include "fuzz/fuzz_common.h"
 
-#include "run/driver.h"
+#include "run/orv_driver.h"
 
 namespace fuzz {
 

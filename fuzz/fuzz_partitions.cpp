@@ -4,7 +4,8 @@
 #include "base/orv_string.h"
 #include "fuzz/fuzz_common.h"
 #include "storage/orv_disk_structs.h"
-#include "storage/raw_disk_io.h"
+#include "storage/orv_raw_disk_io.h"
+#include "storage/orv_validate_volume.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size > (2u << 20)) return 0;

@@ -3,9 +3,9 @@
 #include <cstring>
 
 #include "analysis/entry_record.h"
-#include "analysis/mft_scan.h"
+#include "analysis/orv_mft_scan.h"
 #include "base/orv_le.h"
-#include "base/results_stream.h"
+#include "base/orv_results_stream.h"
 #include "fuzz/fuzz_common.h"
 #include "ntfs/orv_attrib.h"
 #include "ntfs/orv_filerec.h"

@@ -4,13 +4,14 @@
 #include <streambuf>
 
 #include "analysis/entry_record.h"
-#include "analysis/mft_scan.h"
+#include "analysis/orv_mft_scan.h"
 #include "base/orv_string.h"
-#include "base/results_stream.h"
+#include "base/orv_results_stream.h"
 #include "fuzz/fuzz_common.h"
 #include "ntfs/ntfs.h"
-#include "ntfs/orv_attrib_rows.h"
+#include "analysis/orv_attrib_rows.h"
 #include "ntfs/orv_filerec.h"
+#include "ntfs/orv_stream.h"
 #include "run/mft_entries_ctx.h"
 
 namespace {

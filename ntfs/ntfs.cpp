@@ -12,6 +12,7 @@
 #include "base/orv_string.h"
 #include "ntfs/orv_attrib.h"
 #include "ntfs/orv_filerec.h"
+#include "ntfs/orv_stream.h"
 
 using orv::le16;
 using orv::le32;

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "ntfs/orv_runs.h"
-#include "storage/raw_disk_io.h"
+#include "storage/orv_raw_disk_io.h"
 
 class mft_entries_ctx;
 
@@ -123,7 +123,3 @@ class CNtfs {
 std::unique_ptr<CNtfs> open_volume_path(const std::wstring& path, uint64_t offset);
 std::unique_ptr<CNtfs> open_volume_drive(uint32_t drive, uint64_t offset);
 
-// Reads a byte range of a stream through its run list (sparse clusters as zeros; flag 0x1 in
-// `flags` skips them). `length` comes back with the bytes delivered.
-bool read_stream(CNtfs& volume, const data_run_list& runs, uint64_t position, uint8_t* buffer,
-                 uint64_t& length, uint32_t& flags);

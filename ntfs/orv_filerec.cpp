@@ -4,7 +4,7 @@
 
 #include "base/orv_console.h"
 #include "base/orv_le.h"
-#include "ntfs/mft_file_reader.h"
+#include "ntfs/orv_mft_file_reader.h"
 #include "ntfs/ntfs.h"
 #include "run/mft_entries_ctx.h"
 

@@ -5,8 +5,9 @@
 #include "base/orv_console.h"
 #include "base/orv_le.h"
 #include "ntfs/ntfs.h"
-#include "ntfs/orv_attrib_rows.h"
+#include "analysis/orv_attrib_rows.h"
 #include "ntfs/orv_filerec.h"
+#include "ntfs/orv_stream.h"
 
 namespace {
 

@@ -1,9 +1,10 @@
+#include "base/orv_time_text.h"
 #include "results/result_row.h"
 
 #include <cstring>
 
-#include "base/results_stream.h"
-#include "results/result_cells.h"
+#include "base/orv_results_stream.h"
+#include "results/orv_result_cells.h"
 #include "run/cmd_params.h"
 
 // Rows are written with plain pointers into byte buffers that are made large enough for the

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/orv_time.h"
+#include "base/orv_time_text.h"
 
 class cmd_params;
 class results_stream;

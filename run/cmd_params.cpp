@@ -1,4 +1,6 @@
 // Argument search, -script files and the option table shared by the tool family.
+#include "base/orv_path.h"
+#include "base/orv_time_text.h"
 #include "run/cmd_params.h"
 
 #include <fcntl.h>
@@ -10,7 +12,7 @@
 #include <cwctype>
 
 #include "base/orv_string.h"
-#include "base/uni_fileio.h"
+#include "base/orv_fileio.h"
 
 namespace {
 

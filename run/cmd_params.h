@@ -9,6 +9,7 @@
 
 #include "base/orv_console.h"
 #include "base/orv_time.h"
+#include "base/orv_time_text.h"
 
 // Argument search: whole arguments, compared case-insensitively.
 bool find_flag(const std::string& name, std::vector<std::string>& list, bool keep);
@@ -31,16 +32,6 @@ class cmd_params;
 // Sets the in-field value separators: `first` is the character replaced inside text cells,
 // `second` its replacement (0, 0: no replacement). Keeps m_replace_char/m_replace_with in step.
 void set_value_separators(cmd_params& p, char first, char second);
-
-// -vmdk hooks. The chain check reports into `messages` and may propose a fuller list in
-// `suggested`; the opener makes the chain one readable disk for the volume chooser.
-using vmdk_check_function = bool (*)(const std::vector<std::wstring>& list, std::ostringstream& messages,
-                                     std::vector<std::wstring>& suggested);
-using vmdk_open_function = bool (*)(RAW_DISK_IO& disk, const std::vector<std::wstring>& list);
-// The -vmdk option: fills m_vmdk_list and m_vmdk_offset, checks the chain and the volume on it.
-// No -vmdk (or no value): true with nothing done. `quiet` keeps the messages off standard error.
-bool parse_vmdk(cmd_params& p, std::vector<std::wstring>& list, vmdk_check_function open_function,
-                vmdk_open_function probe_function, bool quiet);
 
 struct file_filter_entry {
   std::string m_option;

@@ -8,8 +8,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "analysis/dir_cache_entry.h"
-#include "analysis/filter_types.h"
+#include "analysis/orv_dir_cache.h"
+#include "analysis/orv_filter_types.h"
 #include "run/cmd_params.h"
 
 class CNtfs;
@@ -130,17 +130,3 @@ class mft_entries_ctx : public cmd_params {
   uint32_t record_size() const { return m_record_size ? m_record_size : 1024; }
 };
 
-// Parses the whole command line into the context: 0 go on, -1 refused (reason printed),
-// -2 too short / common parse failed, -3 no source named.
-int parse_walk_options(mft_entries_ctx& ctx, const std::vector<std::string>& arguments,
-                       const std::string& version_text, const std::string& second_text,
-                       const std::string& source_type);
-
-// Step 13 of the parse: takes the source options off the wide list and checks the volume.
-// 0 go on, -1 refused (reason printed), -3 no source named.
-int choose_source(mft_entries_ctx& ctx, std::vector<std::wstring>& list);
-// Interim -vmdk hooks until the chain reader exists: each file must open and carry the sparse
-// extent magic; the opener cannot read a chain yet and reports the first file as not openable.
-bool check_vmdk_files(const std::vector<std::wstring>& list, std::ostringstream& messages,
-                      std::vector<std::wstring>& suggested);
-bool open_vmdk_files(RAW_DISK_IO& disk, const std::vector<std::wstring>& list);

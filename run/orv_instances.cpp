@@ -11,11 +11,13 @@
 #include <thread>
 
 #include "analysis/entry_record.h"
-#include "analysis/mft_scan.h"
+#include "analysis/orv_mft_scan.h"
 #include "base/orv_console.h"
+#include "base/orv_path.h"
 #include "base/orv_string.h"
-#include "run/driver.h"
+#include "run/orv_driver.h"
 #include "run/mft_entries_ctx.h"
+#include "run/orv_instances.h"
 
 namespace {
 

@@ -3,10 +3,13 @@
 #include <cstring>
 #include <sstream>
 
+#include "base/orv_path.h"
 #include "base/orv_string.h"
 #include "run/mft_entries_ctx.h"
+#include "run/orv_source_choice.h"
 #include "storage/orv_disk_structs.h"
-#include "storage/raw_disk_io.h"
+#include "storage/orv_raw_disk_io.h"
+#include "storage/orv_validate_volume.h"
 
 namespace {
 

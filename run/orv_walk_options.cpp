@@ -3,13 +3,16 @@
 #include <cstring>
 #include <cwctype>
 
+#include "base/orv_path.h"
 #include "base/orv_string.h"
 #include "base/orv_time.h"
-#include "ntfs/mft_file_reader.h"
+#include "ntfs/orv_mft_file_reader.h"
 #include "ntfs/ntfs.h"
 #include "run/mft_entries_ctx.h"
+#include "run/orv_source_choice.h"
+#include "run/orv_walk_options.h"
 #include "storage/orv_disk_structs.h"
-#include "storage/raw_disk_io.h"
+#include "storage/orv_raw_disk_io.h"
 
 mft_entries_ctx::mft_entries_ctx() {
   m_record_size = 1024;

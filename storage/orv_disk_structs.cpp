@@ -7,7 +7,7 @@
 
 #include "base/orv_le.h"
 #include "base/orv_string.h"
-#include "storage/raw_disk_io.h"
+#include "storage/orv_raw_disk_io.h"
 
 namespace {
 

@@ -42,6 +42,3 @@ void guess_volume(partition_record& record, const uint8_t* bytes, size_t length)
 bool partition_is_ntfs(const partition_record& record);
 // Name of a row as listed to the user: the type's name, else the name the volume guess gave.
 std::string partition_row_name(const partition_record& record);
-// `found` tells whether an NTFS volume was seen at all; `offset` is in and out.
-bool validate_volume(std::ostringstream& messages, bool& found, uint64_t& offset, RAW_DISK_IO& disk,
-                     bool ignore_image_size);

@@ -5,7 +5,8 @@
 #include <cstdio>
 
 #include "storage/orv_disk_structs.h"
-#include "storage/raw_disk_io.h"
+#include "storage/orv_raw_disk_io.h"
+#include "storage/orv_validate_volume.h"
 
 namespace {
 

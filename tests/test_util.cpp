@@ -228,7 +228,7 @@ std::vector<uint8_t> record_builder::build(bool protect) const {
 
 // ---- in-memory $MFT images -----------------------------------------------------------------
 
-#include "analysis/mft_scan.h"
+#include "analysis/orv_mft_scan.h"
 #include "base/orv_string.h"
 #include "tests/mft_fixture.h"
 

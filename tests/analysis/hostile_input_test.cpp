@@ -5,11 +5,12 @@
 #include <unistd.h>
 
 #include "analysis/entry_record.h"
-#include "analysis/mft_scan.h"
+#include "analysis/orv_mft_scan.h"
 #include "analysis/orv_paths.h"
+#include "analysis/orv_unalloc_scan.h"
 #include "base/orv_le.h"
 #include "base/orv_string.h"
-#include "base/results_stream.h"
+#include "base/orv_results_stream.h"
 #include "run/mft_entries_ctx.h"
 #include "tests/mft_fixture.h"
 #include "tests/ntfs/orv_test_volume.h"

@@ -8,9 +8,9 @@
 #include <random>
 
 #include "analysis/entry_record.h"
-#include "analysis/mft_scan.h"
+#include "analysis/orv_mft_scan.h"
 #include "base/orv_le.h"
-#include "base/results_stream.h"
+#include "base/orv_results_stream.h"
 #include "ntfs/orv_filerec.h"
 #include "run/mft_entries_ctx.h"
 #include "tests/mft_fixture.h"

@@ -1,3 +1,4 @@
+#include "base/orv_path.h"
 #include "base/orv_string.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 #include "base/orv_time.h"
+#include "base/orv_time_text.h"
 
 #include <gtest/gtest.h>
 

@@ -7,7 +7,8 @@
 
 #include "base/orv_string.h"
 #include "ntfs/ntfs.h"
-#include "ntfs/orv_attrib_rows.h"
+#include "analysis/orv_attrib_rows.h"
+#include "ntfs/orv_stream.h"
 #include "tests/integration/fixture_util.h"
 
 namespace {

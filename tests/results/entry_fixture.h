@@ -7,7 +7,7 @@
 #include "analysis/entry_record.h"
 #include "base/orv_le.h"
 #include "base/orv_string.h"
-#include "base/results_stream.h"
+#include "base/orv_results_stream.h"
 #include "run/mft_entries_ctx.h"
 #include "tests/test_util.h"
 

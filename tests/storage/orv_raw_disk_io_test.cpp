@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "storage/raw_disk_io.h"
+#include "storage/orv_raw_disk_io.h"
 
 namespace {
 

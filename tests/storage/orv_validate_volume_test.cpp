@@ -1,3 +1,4 @@
+#include "storage/orv_validate_volume.h"
 #include "tests/storage/orv_disk_image.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
-#include "results/result_cells.h"
+#include "base/orv_time_text.h"
+#include "results/orv_result_cells.h"
 
 #include "base/orv_time.h"
 

@@ -1,6 +1,6 @@
 #pragma once
-// Attributes of one record as rows, for reading whole attributes, and the copy of one
-// attribute's content to a stream.
+// Byte ranges of a stream through its run list, and the copy of one attribute's content.
+#include <cstddef>
 #include <cstdint>
 #include <ostream>
 #include <string>
@@ -10,6 +10,11 @@
 
 class CNtfs;
 struct diag_sink;
+
+// Reads a byte range of a stream through its run list (sparse clusters as zeros; flag 0x1 in
+// `flags` skips them). `length` comes back with the bytes delivered.
+bool read_stream(CNtfs& volume, const data_run_list& runs, uint64_t position, uint8_t* buffer,
+                 uint64_t& length, uint32_t& flags);
 
 // Pseudo type of the first row of a record: its summary.
 constexpr uint32_t ROW_RECORD_SUMMARY = 0x110;
@@ -59,11 +64,3 @@ struct copy_options {
 // failure part-way ends the copy with true and what was written so far.
 bool copy_attrib_data(CNtfs* volume, const attrib_row& row, std::ostream& out, const copy_options& options,
                       uint64_t& total);
-
-// The rows of record `inode`: with `with_header_row`, first the record summary, one row per
-// standard information and per file name, then every attribute in key order; without it only the
-// index root and index allocation rows. False when the record cannot be read.
-bool list_attribs(CNtfs& volume, uint64_t inode, std::vector<attrib_row>& rows, bool with_header_row);
-// Copies the unnamed data stream of record `inode` to `out`. False when it has none or the copy
-// fails.
-bool read_named_data(CNtfs& volume, uint64_t inode, std::ostream& out, const copy_options& options, uint64_t& total);

@@ -1,19 +1,12 @@
 #pragma once
-// The road of one run: options, banner, results stream, the choice of scans, teardown.
+// -cpu runs: the record range cut into slices, one child process of this program per slice, and
+// the children's results merged in slice order into the -out file.
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 class mft_entries_ctx;
-
-extern const char* const k_tool_name;     // "brimlock"
-extern const char* const k_version_text;  // "ver: 0.95"
-
-int brimlock_main(int argc, char** argv);
-// The usage text, exactly as printed to standard error.
-std::string usage_text();
-// Banner line, then the quoted command line ("-pipe" adds its prefix).
-std::string build_run_banner(const std::vector<std::string>& arguments);
 
 // Multi-instance run: divides the record range over child processes of this program and merges
 // their results into the -out file. 1 when the merge ended, 0 on failure.

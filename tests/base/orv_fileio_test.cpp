@@ -1,4 +1,4 @@
-#include "base/uni_fileio.h"
+#include "base/orv_fileio.h"
 
 #include <gtest/gtest.h>
 

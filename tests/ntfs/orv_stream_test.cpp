@@ -5,7 +5,8 @@
 #include <sstream>
 
 #include "ntfs/ntfs.h"
-#include "ntfs/orv_attrib_rows.h"
+#include "analysis/orv_attrib_rows.h"
+#include "ntfs/orv_stream.h"
 #include "tests/ntfs/orv_test_volume.h"
 
 using testvol::bytes;

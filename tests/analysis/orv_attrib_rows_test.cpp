@@ -3,7 +3,8 @@
 
 #include <sstream>
 
-#include "ntfs/orv_attrib_rows.h"
+#include "analysis/orv_attrib_rows.h"
+#include "ntfs/orv_stream.h"
 #include "tests/ntfs/orv_test_volume.h"
 
 using testvol::bytes;

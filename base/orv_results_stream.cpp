@@ -1,4 +1,4 @@
-#include "base/results_stream.h"
+#include "base/orv_results_stream.h"
 
 #include <cerrno>
 #include <fcntl.h>

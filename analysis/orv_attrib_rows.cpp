@@ -1,6 +1,6 @@
 // The attributes of one record as rows, taken from its categorised entry, and the copy of the
 // unnamed data stream that rests on them.
-#include "ntfs/orv_attrib_rows.h"
+#include "analysis/orv_attrib_rows.h"
 
 #include <algorithm>
 
@@ -8,6 +8,7 @@
 #include "base/orv_le.h"
 #include "base/orv_string.h"
 #include "ntfs/ntfs.h"
+#include "ntfs/orv_stream.h"
 #include "run/mft_entries_ctx.h"
 
 namespace {

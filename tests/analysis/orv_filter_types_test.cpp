@@ -1,7 +1,7 @@
 // Filter records and "?" wildcards.
 #include <gtest/gtest.h>
 
-#include "analysis/filter_types.h"
+#include "analysis/orv_filter_types.h"
 
 namespace {
 

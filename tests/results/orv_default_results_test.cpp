@@ -3,7 +3,7 @@
 
 #include <sstream>
 
-#include "results/default_results.h"
+#include "results/orv_default_results.h"
 #include "tests/results/entry_fixture.h"
 
 using namespace fixture;

@@ -1,6 +1,6 @@
 // The default results: a per-file timeline, one row per distinct instant of a record's standard
 // information and file-name times, and within an instant one row per name that reached it.
-#include "results/default_results.h"
+#include "results/orv_default_results.h"
 
 #include <algorithm>
 #include <cstring>
@@ -8,9 +8,9 @@
 #include "analysis/entry_record.h"
 #include "analysis/orv_paths.h"
 #include "base/orv_le.h"
-#include "base/results_stream.h"
+#include "base/orv_results_stream.h"
 #include "results/orv_default_notes.h"
-#include "results/result_cells.h"
+#include "results/orv_result_cells.h"
 #include "results/result_row.h"
 #include "run/mft_entries_ctx.h"
 

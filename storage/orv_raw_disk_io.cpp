@@ -1,5 +1,5 @@
 // Byte access to files, images and physical drives. Sources are always opened read-only.
-#include "storage/raw_disk_io.h"
+#include "storage/orv_raw_disk_io.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

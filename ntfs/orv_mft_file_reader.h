@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "base/uni_fileio.h"
+#include "base/orv_fileio.h"
 
 class mft_file_reader {
  public:

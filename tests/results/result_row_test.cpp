@@ -1,6 +1,7 @@
 // The table writer: cell stores, number and text rendering, time cells and the header line.
 #include <gtest/gtest.h>
 
+#include "base/orv_time_text.h"
 #include "results/result_row.h"
 #include "tests/test_util.h"
 

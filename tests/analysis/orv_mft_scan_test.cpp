@@ -4,9 +4,9 @@
 #include <set>
 #include <sstream>
 
-#include "analysis/mft_scan.h"
+#include "analysis/orv_mft_scan.h"
 #include "base/orv_string.h"
-#include "base/results_stream.h"
+#include "base/orv_results_stream.h"
 #include "tests/mft_fixture.h"
 
 using namespace testutil;

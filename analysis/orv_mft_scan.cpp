@@ -1,4 +1,4 @@
-#include "analysis/mft_scan.h"
+#include "analysis/orv_mft_scan.h"
 
 #include <algorithm>
 #include <cstring>
@@ -7,15 +7,16 @@
 #include "analysis/orv_filters.h"
 #include "analysis/orv_head_bytes.h"
 #include "analysis/orv_paths.h"
+#include "analysis/orv_time_analysis.h"
 #include "base/orv_console.h"
 #include "base/orv_le.h"
 #include "base/orv_string.h"
-#include "base/results_stream.h"
-#include "ntfs/mft_file_reader.h"
+#include "base/orv_results_stream.h"
+#include "ntfs/orv_mft_file_reader.h"
 #include "ntfs/ntfs.h"
 #include "ntfs/orv_attrib.h"
 #include "ntfs/orv_filerec.h"
-#include "results/default_results.h"
+#include "results/orv_default_results.h"
 #include "run/mft_entries_ctx.h"
 
 // ---- source ----------------------------------------------------------------------------------

@@ -1,5 +1,7 @@
 // The road of one run: options, banner, results stream, the choice of scans, teardown.
-#include "run/driver.h"
+#include "analysis/orv_unalloc_scan.h"
+#include "base/orv_path.h"
+#include "run/orv_driver.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -8,11 +10,13 @@
 #include <cstdio>
 #include <memory>
 
-#include "analysis/mft_scan.h"
+#include "analysis/orv_mft_scan.h"
 #include "base/orv_console.h"
 #include "base/orv_string.h"
-#include "base/results_stream.h"
+#include "base/orv_results_stream.h"
 #include "run/mft_entries_ctx.h"
+#include "run/orv_instances.h"
+#include "run/orv_walk_options.h"
 
 const char* const k_tool_name = "brimlock";
 const char* const k_version_text = "ver: 0.95";

@@ -1,4 +1,4 @@
-#include "ntfs/mft_file_reader.h"
+#include "ntfs/orv_mft_file_reader.h"
 
 #include <algorithm>
 #include <cstring>

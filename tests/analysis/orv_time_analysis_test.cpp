@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "analysis/orv_filters.h"
+#include "analysis/orv_time_analysis.h"
 #include "tests/results/entry_fixture.h"
 
 using namespace fixture;

@@ -5,6 +5,7 @@
 #include "base/orv_string.h"
 #include "base/orv_time.h"
 #include "run/mft_entries_ctx.h"
+#include "run/orv_walk_options.h"
 #include "tests/test_util.h"
 
 namespace {

@@ -1,7 +1,8 @@
 // The program driver in-process: banner, status codes, results file, and the -cpu slices and merge.
 #include <gtest/gtest.h>
 
-#include "run/driver.h"
+#include "run/orv_driver.h"
+#include "run/orv_instances.h"
 #include "tests/test_util.h"
 
 namespace {
