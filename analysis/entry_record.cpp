@@ -301,15 +301,6 @@ static void categorize_data(entry_record& entry, mft_entries_ctx& ctx, uint64_t 
   parse_zone_identifier(entry.m_zone_buffer.data(), entry.m_zone_buffer.size(), entry.m_zone_info);
 }
 
-static void wide_to_utf8(std::string& out, const std::wstring& wide) {
-  out.clear();
-  for (wchar_t c : wide) {
-    if (uint32_t(c) < 0x80) out.push_back(char(c));
-    else if (uint32_t(c) > 0x10FFFF) break;
-    else orv::append_utf8(out, uint32_t(c));
-  }
-}
-
 static void categorize_file_name(entry_record& entry, const mft_entries_ctx& ctx, uint64_t inode,
                                  const attrib_view& attr) {
   byte_span value = attr.value();
@@ -323,7 +314,8 @@ static void categorize_file_name(entry_record& entry, const mft_entries_ctx& ctx
     byte_span chars = value.sub(66, size_t(name_units) * 2);
     orv::utf16_to_wide(chars.m_data, int64_t(chars.m_size), pools.m_wide);
   }
-  wide_to_utf8(pools.m_narrow, pools.m_wide);
+  pools.m_narrow.clear();
+  orv::append_utf8_of(pools.m_narrow, pools.m_wide);
   build_path_key(pools.m_key, orv::le48(raw.data()), pools.m_narrow, inode);
   auto slot = pooled_insert(entry.m_file_names, pools.m_fn, pools.m_key);
   if (!slot.second) return;  // the first attribute under a key stays

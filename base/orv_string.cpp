@@ -12,50 +12,61 @@ namespace orv {
 
 // ---- UTF-8 ---------------------------------------------------------------------------------
 
-void append_utf8(std::string& out, uint32_t cp) {
+char* put_utf8(char* p, uint32_t cp) {
   if (cp <= 0x7F) {
-    out.push_back(char(cp));
+    *p++ = char(cp);
   } else if (cp <= 0x7FF) {
-    out.push_back(char(0xC0 | (cp >> 6)));
-    out.push_back(char(0x80 | (cp & 0x3F)));
+    *p++ = char(0xC0 | (cp >> 6));
+    *p++ = char(0x80 | (cp & 0x3F));
   } else if (cp <= 0xFFFF) {
-    out.push_back(char(0xE0 | (cp >> 12)));
-    out.push_back(char(0x80 | ((cp >> 6) & 0x3F)));
-    out.push_back(char(0x80 | (cp & 0x3F)));
+    *p++ = char(0xE0 | (cp >> 12));
+    *p++ = char(0x80 | ((cp >> 6) & 0x3F));
+    *p++ = char(0x80 | (cp & 0x3F));
   } else if (cp <= 0x10FFFF) {
-    out.push_back(char(0xF0 | (cp >> 18)));
-    out.push_back(char(0x80 | ((cp >> 12) & 0x3F)));
-    out.push_back(char(0x80 | ((cp >> 6) & 0x3F)));
-    out.push_back(char(0x80 | (cp & 0x3F)));
+    *p++ = char(0xF0 | (cp >> 18));
+    *p++ = char(0x80 | ((cp >> 12) & 0x3F));
+    *p++ = char(0x80 | ((cp >> 6) & 0x3F));
+    *p++ = char(0x80 | (cp & 0x3F));
+  }
+  return p;
+}
+
+void append_utf8(std::string& out, uint32_t cp) {
+  char bytes[4];
+  out.append(bytes, size_t(put_utf8(bytes, cp) - bytes));
+}
+
+void append_utf8_of(std::string& out, const std::wstring& text) {
+  // Names and paths are mostly ASCII: those go straight into the grown string, four at a time
+  // while all four are ASCII.
+  const size_t start = out.size();
+  const wchar_t* const wide = text.data();
+  const size_t size = text.size();
+  out.resize(start + size);
+  char* const ascii = &out[0] + start;
+  size_t i = 0;
+  for (; i + 4 <= size; i += 4) {
+    const uint32_t a = uint32_t(wide[i]), b = uint32_t(wide[i + 1]), c = uint32_t(wide[i + 2]),
+                   d = uint32_t(wide[i + 3]);
+    if ((a | b | c | d) >= 0x80) break;
+    ascii[i] = char(a);
+    ascii[i + 1] = char(b);
+    ascii[i + 2] = char(c);
+    ascii[i + 3] = char(d);
+  }
+  for (; i < size && uint32_t(wide[i]) < 0x80; ++i) ascii[i] = char(wide[i]);
+  if (i == size) return;
+  out.resize(start + i);
+  for (; i < size; ++i) {
+    const uint32_t cp = uint32_t(wide[i]);
+    if (cp > 0x10FFFF) return;  // not a code point: the text ends here
+    append_utf8(out, cp);
   }
 }
 
 std::string to_utf8(const std::wstring& wide) {
-  // Sized once from the input (at most 4 bytes per unit), then cut to what was written.
-  std::string out(wide.size() * 4, '\0');
-  char* p = &out[0];
-  char* start = p;
-  for (wchar_t w : wide) {
-    uint32_t cp = uint32_t(w);
-    if (cp <= 0x7F) {
-      *p++ = char(cp);
-    } else if (cp <= 0x7FF) {
-      *p++ = char(0xC0 | (cp >> 6));
-      *p++ = char(0x80 | (cp & 0x3F));
-    } else if (cp <= 0xFFFF) {
-      *p++ = char(0xE0 | (cp >> 12));
-      *p++ = char(0x80 | ((cp >> 6) & 0x3F));
-      *p++ = char(0x80 | (cp & 0x3F));
-    } else if (cp <= 0x10FFFF) {
-      *p++ = char(0xF0 | (cp >> 18));
-      *p++ = char(0x80 | ((cp >> 12) & 0x3F));
-      *p++ = char(0x80 | ((cp >> 6) & 0x3F));
-      *p++ = char(0x80 | (cp & 0x3F));
-    } else {
-      break;  // not a code point: keep what was made
-    }
-  }
-  out.resize(size_t(p - start));
+  std::string out;
+  append_utf8_of(out, wide);
   return out;
 }
 

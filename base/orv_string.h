@@ -9,9 +9,12 @@
 
 namespace orv {
 
-// Code points above 0x10FFFF end the conversion there, keeping what was made.
+// The one UTF-8 encoder. Code points above 0x10FFFF end a conversion there, keeping what was
+// made; put_utf8 and append_utf8 write nothing for them.
+char* put_utf8(char* p, uint32_t code_point);  // 1..4 bytes at p; returns the end
+void append_utf8(std::string& out, uint32_t code_point);
+void append_utf8_of(std::string& out, const std::wstring& text);
 std::string to_utf8(const std::wstring& wide);
-void append_utf8(std::string& out, uint32_t code_point);  // one code point, 1..4 bytes
 // Empty string on invalid UTF-8 (bad lead byte, sequence cut by the end).
 std::wstring to_wide(const std::string& narrow);
 // UTF-16LE to UTF-8; false on a lone high surrogate; a low surrogate alone is passed as is.

@@ -1,3 +1,4 @@
+#include "base/orv_string.h"
 #include "results/orv_default_notes.h"
 
 #include <cstring>
@@ -20,7 +21,7 @@ void add_item(std::string& out, const std::string& item) {
 
 void append_wide_note(std::string& out, const char* open, const std::wstring& text, const char* close) {
   out.append(open);
-  append_utf8_of(out, text);
+  orv::append_utf8_of(out, text);
   out.append(close);
 }
 
@@ -85,23 +86,8 @@ void extension_text(std::string& out, const std::wstring& name, bool is_director
       continue;
     }
     c = uint32_t(wchar_t(std::towlower(wint_t(name[i]))));
-    if (c < 0x80) {
-      buffer[n++] = char(c);
-    } else if (c < 0x800) {
-      buffer[n++] = char(0xC0 | (c >> 6));
-      buffer[n++] = char(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      buffer[n++] = char(0xE0 | (c >> 12));
-      buffer[n++] = char(0x80 | ((c >> 6) & 0x3F));
-      buffer[n++] = char(0x80 | (c & 0x3F));
-    } else if (c <= 0x10FFFF) {
-      buffer[n++] = char(0xF0 | (c >> 18));
-      buffer[n++] = char(0x80 | ((c >> 12) & 0x3F));
-      buffer[n++] = char(0x80 | ((c >> 6) & 0x3F));
-      buffer[n++] = char(0x80 | (c & 0x3F));
-    } else {
-      break;  // not a code point: the text ends here, as in every UTF-8 conversion of the tool
-    }
+    if (c > 0x10FFFF) break;  // not a code point: the text ends here, as in every UTF-8 conversion
+    n = size_t(orv::put_utf8(buffer + n, c) - buffer);
   }
   out.append(buffer, n);
 }
@@ -145,7 +131,7 @@ void append_summary(std::string& out, const entry_record& entry, const mft_entri
     put("[", 1);
     if (!item.m_name.empty()) {
       flush();
-      append_utf8_of(out, item.m_name);
+      orv::append_utf8_of(out, item.m_name);
       put(" : ", 3);
     }
     if (!item.m_label.empty()) {
@@ -242,7 +228,7 @@ void build_record_notes(record_notes& notes, const entry_record& entry, const mf
     for (const auto& target : entry.m_reparse_targets) {
       if (!first) head.append("; ");
       first = false;
-      append_utf8_of(head, target.second);
+      orv::append_utf8_of(head, target.second);
     }
     head.push_back(']');
   }

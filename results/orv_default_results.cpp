@@ -1,5 +1,6 @@
 // The default results: a per-file timeline, one row per distinct instant of a record's standard
 // information and file-name times, and within an instant one row per name that reached it.
+#include "base/orv_string.h"
 #include "results/orv_default_results.h"
 
 #include <algorithm>
@@ -342,7 +343,7 @@ void flush_timeline(default_writer_state& state, const entry_record& entry, cons
   texts[from_summary] = notes.m_summary;
   if (state.m_col_extracted >= 0) {
     scratch.m_extracted.clear();
-    append_utf8_of(scratch.m_extracted, entry.m_extracted_path);
+    orv::append_utf8_of(scratch.m_extracted, entry.m_extracted_path);
     texts[from_extracted] = scratch.m_extracted;
   }
   write_frame(scratch, table, entry, parent, texts);
@@ -411,7 +412,7 @@ void write_timeline_rows(entry_record& entry, results_stream& out, mft_entries_c
     if (scratch.m_name_text.size() <= name_count) scratch.m_name_text.emplace_back();
     std::string& text = scratch.m_name_text[name_count++];
     text.clear();
-    append_utf8_of(text, fn.m_name);
+    orv::append_utf8_of(text, fn.m_name);
     scratch.m_parents.push_back(fn.parent_ref());
   }
   std::sort(scratch.m_parents.begin(), scratch.m_parents.end());
@@ -432,7 +433,7 @@ void write_timeline_rows(entry_record& entry, results_stream& out, mft_entries_c
   for (uint64_t parent : scratch.m_parents) {
     scratch.m_path.clear();
     auto found = entry.m_parent_names.find(parent);
-    if (found != entry.m_parent_names.end()) append_utf8_of(scratch.m_path, found->second.m_path);
+    if (found != entry.m_parent_names.end()) orv::append_utf8_of(scratch.m_path, found->second.m_path);
 
     bool have_record = false;
     uint64_t referring_record = 0;

@@ -312,47 +312,6 @@ char* put_value(char* p, result_row& row, uint16_t kind, uint32_t flags, std::st
 
 using namespace row_text;
 
-void append_utf8_of(std::string& out, const std::wstring& text) {
-  // Names and paths are mostly ASCII: write those straight into the grown string, four at a
-  // time while all four are ASCII.
-  const size_t start = out.size();
-  const wchar_t* const wide = text.data();
-  const size_t size = text.size();
-  out.resize(start + size);
-  char* const ascii = &out[0] + start;
-  size_t i = 0;
-  for (; i + 4 <= size; i += 4) {
-    const uint32_t a = uint32_t(wide[i]), b = uint32_t(wide[i + 1]), c = uint32_t(wide[i + 2]),
-                   d = uint32_t(wide[i + 3]);
-    if ((a | b | c | d) >= 0x80) break;
-    ascii[i] = char(a);
-    ascii[i + 1] = char(b);
-    ascii[i + 2] = char(c);
-    ascii[i + 3] = char(d);
-  }
-  for (; i < size && uint32_t(wide[i]) < 0x80; ++i) ascii[i] = char(wide[i]);
-  if (i == size) return;
-  out.resize(start + i);
-  for (; i < size; ++i) {
-    uint32_t cp = uint32_t(wide[i]);
-    if (cp < 0x80) {
-      out.push_back(char(cp));
-    } else if (cp < 0x800) {
-      const char bytes[2] = {char(0xC0 | (cp >> 6)), char(0x80 | (cp & 0x3F))};
-      out.append(bytes, 2);
-    } else if (cp < 0x10000) {
-      const char bytes[3] = {char(0xE0 | (cp >> 12)), char(0x80 | ((cp >> 6) & 0x3F)), char(0x80 | (cp & 0x3F))};
-      out.append(bytes, 3);
-    } else if (cp <= 0x10FFFF) {
-      const char bytes[4] = {char(0xF0 | (cp >> 18)), char(0x80 | ((cp >> 12) & 0x3F)),
-                             char(0x80 | ((cp >> 6) & 0x3F)), char(0x80 | (cp & 0x3F))};
-      out.append(bytes, 4);
-    } else {
-      return;  // not a code point: the conversion ends here, as everywhere else in the tool
-    }
-  }
-}
-
 char* put_hex(char* p, uint64_t value, int min_digits) {
   static const char k_hex[] = "0123456789abcdef";
   const int n = value ? (67 - __builtin_clzll(value)) >> 2 : 1;

@@ -1,3 +1,4 @@
+#include "base/orv_string.h"
 #include "base/orv_time_text.h"
 #include "results/result_row.h"
 
@@ -244,7 +245,7 @@ bool set_text(result_row& row, int index, std::string_view text, uint32_t flags)
 }
 
 bool set_wide_text(result_row& row, int index, const std::wstring& text, uint32_t flags) {
-  if (std::string* slot = text_slot(row, index, flags)) append_utf8_of(*slot, text);
+  if (std::string* slot = text_slot(row, index, flags)) orv::append_utf8_of(*slot, text);
   return true;
 }
 

@@ -139,7 +139,6 @@ const std::string& render_row_cached(result_row& row, const std::vector<result_c
 // put_hex may store up to eight bytes at `p` however few digits it writes.
 char* put_hex(char* p, uint64_t value, int min_digits);  // at most 64 digits, no "0x"
 char* put_decimal(char* p, uint64_t value);             // at most 20 digits
-void append_utf8_of(std::string& out, const std::wstring& text);
 void append_hex(std::string& out, uint64_t value, int min_digits);
 void append_decimal(std::string& out, uint64_t value);
 // Replaces the separator character and, when asked, spells out line breaks.
