@@ -3,18 +3,17 @@
 #include <algorithm>
 #include <cstring>
 #include <cwctype>
-#include <set>
 
+#include "analysis/orv_scan_state.h"
 #include "analysis/orv_zone.h"
 #include "base/orv_console.h"
 #include "base/orv_le.h"
 #include "base/orv_string.h"
-#include "ntfs/orv_mft_file_reader.h"
 #include "ntfs/ntfs.h"
 #include "ntfs/orv_attrib.h"
+#include "ntfs/orv_attrib_list.h"
 #include "ntfs/orv_filerec.h"
 #include "ntfs/orv_stream.h"
-#include "run/mft_entries_ctx.h"
 
 using orv::byte_span;
 using orv::le16;
@@ -22,28 +21,6 @@ using orv::le32;
 using orv::le64;
 
 // ---- accessors -------------------------------------------------------------------------------
-
-uint64_t si_entry::created() const { return le64(m_value.data()); }
-uint64_t si_entry::modified() const { return le64(m_value.data() + 8); }
-uint64_t si_entry::mft_modified() const { return le64(m_value.data() + 16); }
-uint64_t si_entry::accessed() const { return le64(m_value.data() + 24); }
-uint32_t si_entry::flags() const { return le32(m_value.data() + 32); }
-uint32_t si_entry::owner_id() const { return le32(m_value.data() + 48); }
-uint32_t si_entry::security_id() const { return le32(m_value.data() + 52); }
-uint64_t si_entry::quota() const { return le64(m_value.data() + 56); }
-uint64_t si_entry::usn() const { return le64(m_value.data() + 64); }
-
-uint64_t file_name_entry::parent_ref() const { return le64(m_raw.data()); }
-uint64_t file_name_entry::parent_number() const { return orv::le48(m_raw.data()); }
-uint16_t file_name_entry::parent_sequence() const { return le16(m_raw.data() + 6); }
-uint64_t file_name_entry::created() const { return le64(m_raw.data() + 8); }
-uint64_t file_name_entry::modified() const { return le64(m_raw.data() + 16); }
-uint64_t file_name_entry::mft_modified() const { return le64(m_raw.data() + 24); }
-uint64_t file_name_entry::accessed() const { return le64(m_raw.data() + 32); }
-uint64_t file_name_entry::allocated_size() const { return le64(m_raw.data() + 40); }
-uint64_t file_name_entry::real_size() const { return le64(m_raw.data() + 48); }
-uint32_t file_name_entry::flags() const { return le32(m_raw.data() + 56); }
-uint8_t file_name_entry::name_space() const { return m_raw[65]; }
 
 static attrib_view item_view(const attrib_item& item) {
   return attrib_view(byte_span(item.m_raw_attrib.data(), item.m_raw_attrib.size()));
@@ -62,9 +39,6 @@ uint64_t attrib_item::stream_size() const {
   if (!non_resident()) return value_length();
   return std::max(real_size(), valid_size());
 }
-
-uint16_t entry_record::header_flags() const { return le16(m_header.data() + FR_FLAGS); }
-uint16_t entry_record::link_count() const { return le16(m_header.data() + FR_LINK_COUNT); }
 
 // ---- recycled nodes ---------------------------------------------------------------------------
 
@@ -130,7 +104,7 @@ void entry_record::clear() {
   m_time_warning.clear();
   m_inode = 0;
   m_seq_num = 0;
-  m_header.fill(0);
+  m_header.clear();
   m_raw_record.clear();
   m_is_extension = false;
   m_base_ref = 0;
@@ -156,7 +130,6 @@ void entry_record::clear() {
   m_filter_type_text.clear();
   m_record_offset = 0;
   m_extracted_path.clear();
-  m_first_attrib_offset = 0;
 }
 
 static void append_hex8(std::string& out, uint64_t value) {
@@ -188,10 +161,6 @@ std::string make_path_key(uint64_t parent_number, const std::string& name_utf8, 
 
 // ---- decoding ----------------------------------------------------------------------------------
 
-static bool source_ready(const mft_entries_ctx& ctx) {
-  return ctx.m_mftfile != nullptr || (ctx.m_volume && ctx.m_volume->validated());
-}
-
 // A new stored attribute under `key`, filled from `attr`; nullptr when the key is taken.
 static attrib_item* new_item(entry_record& entry, attrib_key key, const attrib_view& attr, const char* label,
                              const std::wstring& name, uint64_t inode) {
@@ -202,10 +171,8 @@ static attrib_item* new_item(entry_record& entry, attrib_key key, const attrib_v
   item.m_label = label;
   item.m_raw_attrib.assign(attr.m_bytes.m_data, attr.m_bytes.m_data + attr.m_bytes.m_size);
   item.m_text.clear();
-  item.m_spare.clear();
   item.m_is_ads = false;
   item.m_is_data = false;
-  item.m_security_text.clear();
   item.m_runs.clear();
   item.m_value.clear();
   item.m_head.clear();
@@ -243,8 +210,9 @@ static void store_captured_or_merged(entry_record& entry, attrib_key key, const 
 }
 
 // A non-resident Zone.Identifier is read through the volume, 4096 bytes at the most.
-static void read_zone_stream(entry_record& entry, mft_entries_ctx& ctx, const attrib_view& attr) {
-  if (!entry.m_zone_buffer.empty() || !attr.non_resident() || !ctx.m_volume) return;
+static void read_zone_stream(entry_record& entry, const scan_state& scan, const attrib_view& attr) {
+  CNtfs* volume = scan.m_source.volume();
+  if (!entry.m_zone_buffer.empty() || !attr.non_resident() || !volume) return;
   data_run_list& runs = entry.m_pools.get().m_runs;
   runs.clear();
   if (!attribute_run_list(attr.m_bytes.m_data, uint32_t(attr.m_bytes.m_size), runs) || runs.empty()) return;
@@ -252,15 +220,15 @@ static void read_zone_stream(entry_record& entry, mft_entries_ctx& ctx, const at
   entry.m_zone_buffer.resize(4096);
   uint64_t length = std::min<uint64_t>(entry.m_zone_buffer.size(), std::max<uint64_t>(size, 1));
   uint32_t flags = 0x1;  // skip sparse clusters
-  if (!read_stream(*ctx.m_volume, runs, 0, entry.m_zone_buffer.data(), length, flags)) entry.m_zone_buffer.clear();
+  if (!read_stream(*volume, runs, 0, entry.m_zone_buffer.data(), length, flags)) entry.m_zone_buffer.clear();
   else entry.m_zone_buffer.resize(std::min<uint64_t>(length, entry.m_zone_buffer.size()));
 }
 
-static void categorize_data(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, const attrib_view& attr,
+static void categorize_data(entry_record& entry, const scan_state& scan, uint64_t inode, const attrib_view& attr,
                             const std::wstring& name, bool capture) {
   attrib_key key = make_attrib_key(AT_DATA, attr.id());
   const char* label = name.empty() ? "unnamed data" : "ads";
-  bool zone = !name.empty() && ctx.m_include_zoneinfo && name == L"Zone.Identifier";
+  bool zone = !name.empty() && scan.m_zone_info && name == L"Zone.Identifier";
   byte_span value = attr.non_resident() ? byte_span() : attr.value();
   auto mark = [&](attrib_item* item) {
     if (!item) return;
@@ -297,11 +265,11 @@ static void categorize_data(entry_record& entry, mft_entries_ctx& ctx, uint64_t 
     if (name.empty()) entry.m_has_unnamed_data = true;
     if (!zone) return;
   }
-  read_zone_stream(entry, ctx, attr);
+  read_zone_stream(entry, scan, attr);
   parse_zone_identifier(entry.m_zone_buffer.data(), entry.m_zone_buffer.size(), entry.m_zone_info);
 }
 
-static void categorize_file_name(entry_record& entry, const mft_entries_ctx& ctx, uint64_t inode,
+static void categorize_file_name(entry_record& entry, const scan_state& scan, uint64_t inode,
                                  const attrib_view& attr) {
   byte_span value = attr.value();
   if (!value.m_size) return;
@@ -328,11 +296,10 @@ static void categorize_file_name(entry_record& entry, const mft_entries_ctx& ctx
   fn.m_anomaly_text.clear();
   fn.m_attrib_id = attr.id();
   fn.m_inode = inode;
-  fn.m_use_count = 1;
   const uint64_t times[4] = {fn.created(), fn.modified(), fn.mft_modified(), fn.accessed()};
-  if (ctx.m_future_limit)
+  if (scan.m_future_limit)
     for (uint64_t t : times)
-      if (t > ctx.m_future_limit) {
+      if (t > scan.m_future_limit) {
         fn.m_time_anomaly = true;
         fn.m_anomaly_text = "future";
       }
@@ -342,8 +309,7 @@ static void categorize_file_name(entry_record& entry, const mft_entries_ctx& ctx
       fn.m_anomaly_text = "null";
     }
 
-  uint8_t ns = raw[65];
-  if (ns != 0 && ns % 2 == 0) return;  // a DOS-only name never names a path
+  if (fn.dos_only()) return;  // a DOS-only name never names a path
   auto parent = pooled_insert(entry.m_parent_names, pools.m_parent, fn.parent_ref());
   if (parent.second) {
     parent.first->second.m_name = fn.m_name;
@@ -356,7 +322,7 @@ static void categorize_file_name(entry_record& entry, const mft_entries_ctx& ctx
   if (index.second) index.first->second = fn.m_key;
 }
 
-bool categorize_attrib(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, const uint8_t* record,
+bool categorize_attrib(entry_record& entry, scan_state& scan, uint64_t inode, const uint8_t* record,
                        uint32_t record_length, const uint8_t* attribute, bool& list_seen, bool capture) {
   if (!record || !record_length || !attribute || attribute < record) return false;
   uint32_t length = le32(attribute + 4);
@@ -379,8 +345,7 @@ bool categorize_attrib(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode
       auto slot = pooled_insert(entry.m_std_infos, pools.m_si, attr.id());
       if (!slot.second) break;
       si_entry& si = slot.first->second;
-      si.m_value.fill(0);
-      std::memcpy(si.m_value.data(), value.m_data, std::min<size_t>(value.m_size, si.m_value.size()));
+      si.assign(value.m_data, value.m_size);
       si.m_time_anomaly = !si.created() || !si.modified() || !si.mft_modified() || !si.accessed();
       si.m_anomaly_text = si.m_time_anomaly ? "null" : "";
       break;
@@ -389,7 +354,7 @@ bool categorize_attrib(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode
       list_seen = true;
       break;
     case AT_FILE_NAME:
-      if (!attr.non_resident()) categorize_file_name(entry, ctx, inode, attr);
+      if (!attr.non_resident()) categorize_file_name(entry, scan, inode, attr);
       break;
     case AT_OBJECT_ID: {
       if (attr.non_resident() || attr.value_offset() == 0 || attr.value_length() < 16) break;
@@ -429,7 +394,7 @@ bool categorize_attrib(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode
       break;
     }
     case AT_DATA:
-      categorize_data(entry, ctx, inode, attr, name, capture);
+      categorize_data(entry, scan, inode, attr, name, capture);
       break;
     case AT_INDEX_ROOT:
       if (value.m_size) {
@@ -468,161 +433,97 @@ bool categorize_attrib(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode
 
 // ---- attribute lists -------------------------------------------------------------------------
 
-// An attribute list entry: type u32 at 0, entry length u16 at 4, name length at 6, name offset at
-// 7, first VCN at 8, reference of the holding record at 16, attribute id u16 at 24, name from 26.
-bool parse_attrib_list(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, const uint8_t* buffer,
-                       uint64_t length, bool capture) {
-  if (!source_ready(ctx) || !buffer || length == 0) return false;
-  int64_t remaining = int64_t(std::min<uint64_t>(length, INT64_MAX));
-  int64_t countdown = remaining;
-  uint64_t pos = 0;
-  std::vector<uint8_t> record;
-  // Each attribute of another record is pulled in once: a list that names the same one again and
-  // again (a run list reading the same clusters over and over) must not merge it without end.
-  // Only attributes found go in, so the set never outgrows the attributes the source holds.
-  std::set<std::pair<uint64_t, uint64_t>> pulled;
-  while (remaining >= 1 && countdown >= 1) {
-    if (pos + 26 > length) break;
-    const uint8_t* item = buffer + pos;
-    uint16_t entry_length = le16(item + 4);
-    // An entry shorter than its own 26-byte header is damage; stepping by such lengths would read
-    // a record for nearly every byte of a list of up to 64 MiB.
-    if (entry_length < 26) break;
-    uint64_t ref = orv::le48(item + 16);
-    std::pair<uint64_t, uint64_t> key(le64(item + 16), (uint64_t(le32(item)) << 16) | le16(item + 24));
-    if (ref != inode) {
-      log_line(ctx, "primary entry %llu pointing to ref entry %llu", (unsigned long long)inode,
-               (unsigned long long)ref);
-      bool bad = false;
-      if (!pulled.count(key) && mft_fixup_read(record, bad, ctx, ref) && !record.empty() && record.size() >= 24 &&
-          std::memcmp(record.data(), "FILE", 4) == 0 && le16(record.data() + FR_FIRST_ATTRIB) != 0) {
-        uint32_t want_type = le32(item), want_id = le16(item + 24);
-        uint64_t handed = ctx.m_follow_ref_inode ? ref : inode;
-        const uint8_t* rec = record.data();
-        uint32_t rec_len = uint32_t(record.size());
-        size_t first = le16(rec + FR_FIRST_ATTRIB);
-        // Only the one attribute the entry names is taken; an attribute as long as the record
-        // itself ends the search.
-        attrib_walk_rules rules;
-        rules.m_limit = rec_len - 1;
-        walk_attributes(rec, rec_len, first, rules, [&](const uint8_t* attr, uint32_t, size_t at) {
-          if (at + 16 > rec_len) return false;
-          if (le32(attr) != want_type || le16(attr + 14) != want_id) return true;
-          bool ignored = false;
-          categorize_attrib(entry, ctx, handed, rec, rec_len, attr, ignored, capture);
-          pulled.insert(key);
-          return false;
-        });
-      }
-    }
-    remaining -= entry_length;
-    countdown -= entry_length;
-    pos += entry_length;
-  }
-  return true;
+// Pulls in the attributes that a list places in extension records. A reference is followed as
+// it stands: the holder's in-use flag, sequence number and base reference are not compared.
+static void pull_list(entry_record& entry, scan_state& scan, uint64_t inode, const uint8_t* list, size_t length,
+                      bool capture) {
+  attrib_list_rules rules;
+  rules.m_log = &scan.log();
+  pull_listed_attributes(
+      list, length, inode, rules,
+      [&scan](uint64_t number, std::vector<uint8_t>& record) {
+        bool bad = false;
+        return mft_fixup_read(record, bad, scan.m_source, number, scan.log());
+      },
+      [&](const uint8_t* record, size_t record_length, const uint8_t* attribute, uint32_t, uint64_t holder) {
+        bool ignored = false;
+        categorize_attrib(entry, scan, scan.m_follow_ref_inode ? holder : inode, record, uint32_t(record_length),
+                          attribute, ignored, capture);
+      });
 }
 
-// Attribute lists are capped: no real file needs more than this many bytes of list entries, and a
-// lying run list must not make the reader allocate the volume.
-static constexpr uint64_t k_max_attrib_list_bytes = 64ull << 20;
-
-bool read_attrib_list(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, const uint8_t* attribute,
+bool read_attrib_list(entry_record& entry, scan_state& scan, uint64_t inode, const uint8_t* attribute,
                       uint32_t attrib_length, bool capture) {
-  if (!source_ready(ctx)) return false;
+  if (!scan.m_source.readable()) return false;
   entry.m_has_attrib_list = true;
   attrib_view attr(byte_span(attribute, attrib_length));
   if (!attr.non_resident()) {
     byte_span value = attr.value();
     if (value.m_size) {
-      log_level(ctx, 2, "inode 0x%08llx : attribute type 0x%04x : has resident attrib list.",
+      log_level(scan.log(), 2, "inode 0x%08llx : attribute type 0x%04x : has resident attrib list.",
                 (unsigned long long)inode, attr.type());
-      parse_attrib_list(entry, ctx, inode, value.m_data, value.m_size, capture);
+      pull_list(entry, scan, inode, value.m_data, value.m_size, capture);
     }
     return true;
   }
-  log_line(ctx, "inode 0x%08llx : attribute type 0x%04x : has non resident attrib list.", (unsigned long long)inode,
-           attr.type());
+  log_line(scan.log(), "inode 0x%08llx : attribute type 0x%04x : has non resident attrib list.",
+           (unsigned long long)inode, attr.type());
   entry.m_attrib_list_nonresident = true;
-  if (!ctx.m_volume) return true;  // an extracted $MFT has no clusters to read the list from
-  CNtfs& volume = *ctx.m_volume;
-  data_run_list runs;
-  if (!attribute_run_list(attribute, attrib_length, runs) || runs.empty()) return true;
-  uint64_t cluster = volume.cluster_size();
-  if (cluster == 0) return true;
-  uint64_t total = list_bytes(runs, cluster, false);
-  total = std::min(total, k_max_attrib_list_bytes);
-  // The list is read from the source: never a buffer larger than the source, or every record
-  // with a lying run list would allocate and clear 64 MiB.
-  uint64_t source = volume.disk() ? volume.disk()->size() : 0;
-  if (source) total = std::min(total, source - source % cluster);
-  std::vector<uint8_t> buffer(total, 0);
-  uint64_t at = 0;
-  for (const run_entry& run : runs) {
-    for (uint32_t i = 0; i < run.m_count && at + cluster <= total; ++i, at += cluster) {
-      if (run.m_is_sparse) continue;
-      if (!volume.read_clusters(run.m_lcn + i, buffer.data() + at, cluster)) {
-        at += uint64_t(run.m_count - i) * cluster;
-        break;
-      }
-    }
-    if (at >= total) break;
-  }
-  parse_attrib_list(entry, ctx, inode, buffer.data(), buffer.size(), capture);
+  CNtfs* volume = scan.m_source.volume();
+  if (!volume) return true;  // an extracted $MFT has no clusters to read the list from
+  std::vector<uint8_t> list;
+  if (read_attrib_list_value(*volume, attr.m_bytes, list)) pull_list(entry, scan, inode, list.data(), list.size(), capture);
   return true;
 }
 
 // ---- whole records ---------------------------------------------------------------------------
 
-bool read_entry(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, bool capture) {
-  entry.clear();
-  if (!source_ready(ctx)) return false;
-  std::vector<uint8_t> record;
-  bool bad = false;
-  if (!mft_fixup_read(record, bad, ctx, inode) || record.empty()) {
-    log_line(ctx, "err: mftfixup %llx", (unsigned long long)inode);
-    return false;
-  }
-  if (bad) {
-    log_line(ctx, "err: recd bad %llx", (unsigned long long)inode);
-    return false;
-  }
-  entry.m_raw_record = record;
+uint16_t take_record_header(entry_record& entry, const uint8_t* record, size_t length, uint64_t inode) {
   entry.m_inode = inode;
-  std::memcpy(entry.m_header.data(), record.data(), std::min(record.size(), entry.m_header.size()));
-  entry.m_seq_num = le16(entry.m_header.data() + FR_SEQUENCE);
-  uint64_t base = le64(entry.m_header.data() + FR_BASE_REF);
-  if (base) {
-    entry.m_is_extension = true;
-    entry.m_base_ref = base;
-  }
-  uint16_t first = le16(entry.m_header.data() + FR_FIRST_ATTRIB);
-  entry.m_first_attrib_offset = first;
-  if (first == 0) return true;
+  entry.m_header.assign(record, length);
+  entry.m_seq_num = entry.m_header.sequence();
+  entry.m_base_ref = entry.m_header.base_ref();
+  entry.m_is_extension = entry.m_base_ref != 0;
+  return entry.m_header.first_attrib();
+}
 
-  std::vector<size_t> lists;
-  attrib_walk_rules rules;
-  rules.m_limit = ctx.record_size();
-  const uint8_t* rec = entry.m_raw_record.data();
-  uint32_t rec_len = uint32_t(entry.m_raw_record.size());
-  walk_attributes(rec, rec_len, first, rules, [&](const uint8_t* attr, uint32_t, size_t pos) {
+size_t categorize_record(entry_record& entry, scan_state& scan, uint64_t inode, const uint8_t* record,
+                         uint32_t length, uint16_t first, const attrib_walk_rules& rules, bool capture) {
+  size_t walked = 0;
+  std::vector<size_t> lists;  // positions of the attribute lists met
+  walk_attributes(record, length, first, rules, [&](const uint8_t* attr, uint32_t, size_t pos) {
     bool list_seen = false;
-    if (!categorize_attrib(entry, ctx, inode, rec, rec_len, attr, list_seen, capture)) return false;
+    if (!categorize_attrib(entry, scan, inode, record, length, attr, list_seen, capture)) return false;
+    ++walked;
     if (list_seen) lists.push_back(pos);
     return true;
   });
+  // Lists come after all the record's own attributes, so those win ties of map keys.
   for (size_t pos : lists)
-    read_attrib_list(entry, ctx, inode, rec + pos, std::min<uint32_t>(le32(rec + pos + 4), rec_len - uint32_t(pos)),
+    read_attrib_list(entry, scan, inode, record + pos, std::min<uint32_t>(le32(record + pos + 4), length - uint32_t(pos)),
                      capture);
-  return true;
+  return walked;
 }
 
-uint64_t mft_record_count(mft_entries_ctx& ctx) {
-  entry_record entry;
-  if (!read_entry(entry, ctx, 0, false)) return 0;
-  for (const auto& kv : entry.m_attribs) {
-    if (attrib_key_type(kv.first) != AT_DATA) continue;
-    uint64_t bytes = kv.second.non_resident() ? kv.second.allocated_size() : kv.second.value_length();
-    return bytes / ctx.record_size();
+bool read_entry(entry_record& entry, scan_state& scan, uint64_t inode, bool capture) {
+  entry.clear();
+  if (!scan.m_source.readable()) return false;
+  std::vector<uint8_t>& record = entry.m_raw_record;
+  bool bad = false;
+  if (!mft_fixup_read(record, bad, scan.m_source, inode, scan.log()) || record.empty()) {
+    log_line(scan.log(), "err: mftfixup %llx", (unsigned long long)inode);
+    record.clear();
+    return false;
   }
-  return 0;
+  if (bad) {
+    log_line(scan.log(), "err: recd bad %llx", (unsigned long long)inode);
+    record.clear();
+    return false;
+  }
+  const uint16_t first = take_record_header(entry, record.data(), record.size(), inode);
+  if (first == 0) return true;
+  attrib_walk_rules rules;
+  rules.m_limit = scan.m_source.record_size();
+  categorize_record(entry, scan, inode, record.data(), uint32_t(record.size()), first, rules, capture);
+  return true;
 }

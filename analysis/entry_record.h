@@ -8,9 +8,13 @@
 #include <string>
 #include <vector>
 
+#include "ntfs/orv_attrib.h"
+#include "ntfs/orv_file_name.h"
+#include "ntfs/orv_record_header.h"
 #include "ntfs/orv_runs.h"
+#include "ntfs/orv_std_info.h"
 
-class mft_entries_ctx;
+struct scan_state;
 
 // Low 48 bits attribute type, high 16 bits attribute id. Types without decoding of their own use
 // the pseudo type 0xFFFFFFFF.
@@ -19,52 +23,20 @@ inline attrib_key make_attrib_key(uint64_t type, uint16_t id) { return (type & 0
 inline uint64_t attrib_key_type(attrib_key key) { return key & 0x0000FFFFFFFFFFFFull; }
 inline uint16_t attrib_key_id(attrib_key key) { return uint16_t(key >> 48); }
 
-// Offsets inside the file record header (m_header holds its first 42 bytes).
-enum : uint32_t {
-  FR_SIGNATURE = 0, FR_USA_OFFSET = 4, FR_USA_COUNT = 6, FR_LSN = 8, FR_SEQUENCE = 16,
-  FR_LINK_COUNT = 18, FR_FIRST_ATTRIB = 20, FR_FLAGS = 22, FR_USED_SIZE = 24, FR_ALLOC_SIZE = 28,
-  FR_BASE_REF = 32, FR_NEXT_ATTRIB_ID = 40, FR_HEADER_COPY = 42,
-};
-enum : uint16_t { FR_FLAG_IN_USE = 1, FR_FLAG_DIRECTORY = 2 };
-
-struct si_entry {
-  std::array<uint8_t, 72> m_value{};  // short 48-byte form zero-padded
+// A standard information value (the short 48-byte form zero-padded to 72).
+struct si_entry : std_info_value {
   bool m_time_anomaly = false;
   std::string m_anomaly_text;  // empty or "null"
-  // Standard information times, as on disk: created, modified, MFT modified, accessed.
-  uint64_t created() const;
-  uint64_t modified() const;
-  uint64_t mft_modified() const;
-  uint64_t accessed() const;
-  uint32_t flags() const;
-  uint32_t owner_id() const;
-  uint32_t security_id() const;
-  uint64_t quota() const;
-  uint64_t usn() const;
 };
 
-struct file_name_entry {
+struct file_name_entry : file_name_value {
   std::string m_key;                 // path key
-  std::array<uint8_t, 68> m_raw{};   // value up to its name
   std::wstring m_name;
   bool m_is_dos_name = false;        // namespace 2
   bool m_time_anomaly = false;
   std::string m_anomaly_text;        // empty, "future" or "null"
   uint16_t m_attrib_id = 0;
   uint64_t m_inode = 0;              // record that held the attribute
-  uint32_t m_use_count = 1;
-
-  uint64_t parent_ref() const;       // whole 8-byte reference
-  uint64_t parent_number() const;    // low 48 bits
-  uint16_t parent_sequence() const;
-  uint64_t created() const;
-  uint64_t modified() const;
-  uint64_t mft_modified() const;
-  uint64_t accessed() const;
-  uint64_t allocated_size() const;
-  uint64_t real_size() const;
-  uint32_t flags() const;
-  uint8_t name_space() const;        // 0 POSIX, 1 Win32, 2 DOS, 3 Win32 and DOS
 };
 
 struct oid_entry {
@@ -83,10 +55,8 @@ struct attrib_item {
   std::string m_label;
   std::vector<uint8_t> m_raw_attrib;  // attribute bytes, header included
   std::string m_text;
-  std::vector<uint8_t> m_spare;
   bool m_is_ads = false;
   bool m_is_data = false;
-  std::string m_security_text;
   data_run_list m_runs;
   std::vector<uint8_t> m_value;       // resident value, when captured
   std::vector<uint8_t> m_head;        // head bytes of the stream (header capture)
@@ -139,7 +109,7 @@ class entry_record {
   std::string m_time_warning;
   uint64_t m_inode = 0;
   uint16_t m_seq_num = 0;
-  std::array<uint8_t, 42> m_header{};
+  record_header m_header;  // the first 42 bytes of the record
   std::vector<uint8_t> m_raw_record;
   bool m_is_extension = false;
   uint64_t m_base_ref = 0;
@@ -179,25 +149,31 @@ class entry_record {
   bool m_size_mark = false;
   uint64_t m_record_offset = 0;
   std::wstring m_extracted_path;
-  uint16_t m_first_attrib_offset = 0;
   entry_pool_holder m_pools;
 
-  uint16_t header_flags() const;
-  uint16_t link_count() const;
-  bool in_use() const { return header_flags() & FR_FLAG_IN_USE; }
-  bool is_directory() const { return header_flags() & FR_FLAG_DIRECTORY; }
+  uint16_t header_flags() const { return m_header.flags(); }
+  uint16_t link_count() const { return m_header.link_count(); }
+  bool in_use() const { return m_header.in_use(); }
+  bool is_directory() const { return m_header.is_directory(); }
 };
 
 // Path key: parent number in at least 8 lower-case hex digits, "_", UTF-8 name, "_", entry number.
 std::string make_path_key(uint64_t parent_number, const std::string& name_utf8, uint64_t inode);
 
-// Reads record `inode` and decodes it. `capture` keeps every resident value in m_value.
-bool read_entry(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, bool capture);
+// Takes the header of a fixed-up record into the cleared entry: the header bytes, sequence number
+// and base reference. Gives the first attribute offset.
+uint16_t take_record_header(entry_record& entry, const uint8_t* record, size_t length, uint64_t inode);
+// Reads record `inode` from the scan's source and decodes it. `capture` keeps every resident
+// value in m_value.
+bool read_entry(entry_record& entry, scan_state& scan, uint64_t inode, bool capture);
+// Walks the attributes of a fixed-up record into the entry, then the attribute lists met among
+// them. Gives the number of attributes walked.
+size_t categorize_record(entry_record& entry, scan_state& scan, uint64_t inode, const uint8_t* record,
+                         uint32_t length, uint16_t first, const attrib_walk_rules& rules, bool capture);
 // Decodes one attribute into the entry; false ends the walk. `list_seen` is set for type 0x20.
-bool categorize_attrib(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, const uint8_t* record,
+bool categorize_attrib(entry_record& entry, scan_state& scan, uint64_t inode, const uint8_t* record,
                        uint32_t record_length, const uint8_t* attribute, bool& list_seen, bool capture);
-bool read_attrib_list(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, const uint8_t* attribute,
+// The attribute list at `attribute`: resident, or read through the volume; an extracted $MFT has
+// no clusters to read a non-resident one from, and only flags it.
+bool read_attrib_list(entry_record& entry, scan_state& scan, uint64_t inode, const uint8_t* attribute,
                       uint32_t attrib_length, bool capture);
-bool parse_attrib_list(entry_record& entry, mft_entries_ctx& ctx, uint64_t inode, const uint8_t* buffer,
-                       uint64_t length, bool capture);
-uint64_t mft_record_count(mft_entries_ctx& ctx);

@@ -5,11 +5,10 @@
 #include <algorithm>
 
 #include "analysis/entry_record.h"
-#include "base/orv_le.h"
+#include "analysis/orv_scan_state.h"
 #include "base/orv_string.h"
 #include "ntfs/ntfs.h"
 #include "ntfs/orv_stream.h"
-#include "run/mft_entries_ctx.h"
 
 namespace {
 
@@ -21,7 +20,7 @@ attrib_row summary_row(const entry_record& entry) {
   row.m_type = ROW_RECORD_SUMMARY;
   row.m_inode = entry.m_inode;
   row.m_sequence = entry.m_seq_num;
-  uint16_t count = orv::le16(entry.m_header.data() + FR_USA_COUNT);
+  uint16_t count = entry.m_header.usa_count();
   row.m_record_size = count ? uint32_t(count - 1) * 512 : 0;
   row.m_base_ref = entry.m_base_ref;
   uint32_t bits = 0x4 | (uint32_t(entry.link_count() & 0xF) << 3);
@@ -59,15 +58,11 @@ void item_row(const entry_record& entry, const attrib_item& item, attrib_key key
 }  // namespace
 
 bool list_attribs(CNtfs& volume, uint64_t inode, std::vector<attrib_row>& rows, bool with_header_row) {
-  // A context of its own, bound to the volume but not owning it, with the debug log off.
-  mft_entries_ctx ctx;
-  ctx.m_volume = &volume;
-  ctx.m_owns_volume = 0;
-  ctx.m_diags_on = 0;
+  // A scan of its own on the lent volume, with the debug log off.
+  scan_state scan;
+  scan.m_source.lend_volume(&volume);
   entry_record entry;
-  bool ok = read_entry(entry, ctx, inode, true) && !entry.m_raw_record.empty();
-  ctx.m_volume = nullptr;
-  if (!ok) return false;
+  if (!read_entry(entry, scan, inode, true) || entry.m_raw_record.empty()) return false;
 
   if (with_header_row) {
     rows.push_back(summary_row(entry));
@@ -113,7 +108,7 @@ bool list_attribs(CNtfs& volume, uint64_t inode, std::vector<attrib_row>& rows, 
   return true;
 }
 
-bool read_named_data(CNtfs& volume, uint64_t inode, std::ostream& out, const copy_options& options, uint64_t& total) {
+bool read_unnamed_data(CNtfs& volume, uint64_t inode, std::ostream& out, const copy_options& options, uint64_t& total) {
   total = 0;
   std::vector<attrib_row> rows;
   if (!list_attribs(volume, inode, rows, true)) return false;

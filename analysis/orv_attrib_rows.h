@@ -14,4 +14,4 @@ class CNtfs;
 bool list_attribs(CNtfs& volume, uint64_t inode, std::vector<attrib_row>& rows, bool with_header_row);
 // Copies the unnamed data stream of record `inode` to `out`. False when it has none or the copy
 // fails.
-bool read_named_data(CNtfs& volume, uint64_t inode, std::ostream& out, const copy_options& options, uint64_t& total);
+bool read_unnamed_data(CNtfs& volume, uint64_t inode, std::ostream& out, const copy_options& options, uint64_t& total);

@@ -9,6 +9,7 @@
 
 #include "analysis/entry_record.h"
 #include "analysis/orv_paths.h"
+#include "analysis/orv_scan_state.h"
 #include "base/orv_le.h"
 #include "base/orv_string.h"
 #include "run/mft_entries_ctx.h"
@@ -96,7 +97,7 @@ bool name_group(entry_record& entry, const mft_entries_ctx& ctx, const std::vect
   return false;
 }
 
-bool dir_inode_group(entry_record& entry, mft_entries_ctx& ctx) {
+bool dir_inode_group(entry_record& entry, const mft_entries_ctx& ctx, scan_state& scan) {
   uint64_t previous = 0;
   bool first = true;
   for (const auto& pair : entry.m_file_names) {
@@ -113,7 +114,7 @@ bool dir_inode_group(entry_record& entry, mft_entries_ctx& ctx) {
       if (text.empty()) {
         uint16_t sequence = 0;
         uint32_t flags = 0;
-        resolve_parent_path(text, sequence, flags, reference, ctx, ctx.m_dir_store);
+        resolve_parent_path(text, sequence, flags, reference, scan);
       }
       if (text.empty()) text = L"dir_inode(" + number_text(number) + L")";
       set_reason(entry.m_filter_dir, entry.m_filter_dir_text, text);
@@ -213,9 +214,9 @@ bool has_or_filters(const mft_entries_ctx& ctx) {
          ctx.m_filter_max_size || ctx.m_filter_min_size || ctx.m_filter_min_ads_size;
 }
 
-bool early_filter(entry_record& entry, const mft_entries_ctx& ctx) {
-  if (!ctx.m_filter_deleted && ctx.m_filter_inodes.empty()) return true;
-  if (ctx.m_filter_deleted) {
+bool early_filter(entry_record& entry, const mft_entries_ctx& ctx, const scan_state& scan) {
+  if (!scan.m_deleted_only && ctx.m_filter_inodes.empty()) return true;
+  if (scan.m_deleted_only) {
     if (entry.in_use()) return false;
     entry.m_deleted_mark = true;
     return true;
@@ -247,9 +248,9 @@ bool time_filter(entry_record& entry, const mft_entries_ctx& ctx) {
   return false;
 }
 
-bool or_filters_match(entry_record& entry, mft_entries_ctx& ctx) {
+bool or_filters_match(entry_record& entry, const mft_entries_ctx& ctx, scan_state& scan) {
   if (!has_or_filters(ctx)) return true;
-  const bool all_must_hit = ctx.m_and_logic != 0;
+  const bool all_must_hit = scan.m_and_logic;
 
   std::vector<std::wstring> lowered;
   if (!ctx.m_filter_wildcards.empty() || !ctx.m_filter_names.empty() || !ctx.m_filter_ext.empty()) {
@@ -274,7 +275,7 @@ bool or_filters_match(entry_record& entry, mft_entries_ctx& ctx) {
     return verdict;
   if ((verdict = decide(!ctx.m_filter_names.empty(), [&] { return name_group(entry, ctx, lowered); })) >= 0)
     return verdict;
-  if ((verdict = decide(!ctx.m_filter_dir_inodes.empty(), [&] { return dir_inode_group(entry, ctx); })) >= 0)
+  if ((verdict = decide(!ctx.m_filter_dir_inodes.empty(), [&] { return dir_inode_group(entry, ctx, scan); })) >= 0)
     return verdict;
   if ((verdict = decide(!ctx.m_filter_inodes.empty(), [&] { return inode_group(entry, ctx); })) >= 0) return verdict;
   if ((verdict = decide(!ctx.m_filter_ext.empty(), [&] { return ext_group(entry, ctx, lowered); })) >= 0)
@@ -285,9 +286,9 @@ bool or_filters_match(entry_record& entry, mft_entries_ctx& ctx) {
   return false;
 }
 
-bool signature_match(entry_record& entry, mft_entries_ctx& ctx) {
+bool signature_match(entry_record& entry, const mft_entries_ctx& ctx, const scan_state& scan) {
   if (ctx.m_signature_filters.empty()) return true;
-  if (!ctx.m_volume) return true;  // no content can be read from an extracted $MFT
+  if (!scan.m_source.volume()) return true;  // no content can be read from an extracted $MFT
 
   const attrib_item* stream = nullptr;
   for (const auto& pair : entry.m_attribs)
@@ -303,10 +304,4 @@ bool signature_match(entry_record& entry, mft_entries_ctx& ctx) {
     }
   }
   return false;
-}
-
-void resolve_filter_paths(mft_entries_ctx& ctx) {
-  // Directory and file paths need the directory indexes of the volume; until they can be read
-  // the path filters resolve to nothing, and select no record.
-  (void)ctx;
 }

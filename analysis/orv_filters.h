@@ -5,13 +5,13 @@
 
 class entry_record;
 class mft_entries_ctx;
+struct scan_state;
 
-bool has_or_filters(const mft_entries_ctx& ctx);
-bool early_filter(entry_record& entry, const mft_entries_ctx& ctx);
-bool time_filter(entry_record& entry, const mft_entries_ctx& ctx);
-bool or_filters_match(entry_record& entry, mft_entries_ctx& ctx);
-bool signature_match(entry_record& entry, mft_entries_ctx& ctx);
+bool has_or_filters(const mft_entries_ctx& options);
+// Deleted records only, or the inode filter; passes everything when neither is in force.
+bool early_filter(entry_record& entry, const mft_entries_ctx& options, const scan_state& scan);
+bool time_filter(entry_record& entry, const mft_entries_ctx& options);
+bool or_filters_match(entry_record& entry, const mft_entries_ctx& options, scan_state& scan);
+bool signature_match(entry_record& entry, const mft_entries_ctx& options, const scan_state& scan);
 // One signature test (types 30..39) over head bytes.
 bool signature_bytes_match(uint32_t type, const uint8_t* bytes, size_t size);
-// Resolves -filter_dir / -filter_file paths to inodes; needs an open volume.
-void resolve_filter_paths(mft_entries_ctx& ctx);

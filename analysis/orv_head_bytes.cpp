@@ -3,13 +3,16 @@
 #include <algorithm>
 
 #include "analysis/entry_record.h"
+#include "analysis/orv_scan_state.h"
 #include "ntfs/ntfs.h"
 #include "ntfs/orv_attrib.h"
 #include "ntfs/orv_stream.h"
+#include "ntfs/orv_stream.h"
 #include "run/mft_entries_ctx.h"
 
-void read_head_bytes(entry_record& entry, mft_entries_ctx& ctx) {
-  uint64_t want = ctx.m_header_size, offset = ctx.m_header_offset;
+void read_head_bytes(entry_record& entry, const mft_entries_ctx& options, const scan_state& scan) {
+  const uint64_t want = options.m_header_size, offset = options.m_header_offset;
+  CNtfs* volume = scan.m_source.volume();
   for (auto& kv : entry.m_attribs) {
     attrib_item& item = kv.second;
     if (!item.m_is_data || !item.m_name.empty()) continue;
@@ -24,11 +27,11 @@ void read_head_bytes(entry_record& entry, mft_entries_ctx& ctx) {
       continue;
     }
     uint64_t size = item.stream_size();
-    if (!ctx.m_volume || item.m_runs.empty() || offset >= size) continue;
+    if (!volume || item.m_runs.empty() || offset >= size) continue;
     uint64_t length = std::min(want, size - offset);
     item.m_head.resize(length);
     uint32_t flags = 0;
-    if (!read_stream(*ctx.m_volume, item.m_runs, offset, item.m_head.data(), length, flags)) item.m_head.clear();
+    if (!read_stream(*volume, item.m_runs, offset, item.m_head.data(), length, flags)) item.m_head.clear();
     else item.m_head.resize(std::min<uint64_t>(length, item.m_head.size()));
   }
 }

@@ -5,12 +5,17 @@
 
 class entry_record;
 class mft_entries_ctx;
-class results_stream;
+struct record_sink;
+struct scan_state;
 
-bool ensure_source_open(mft_entries_ctx& ctx);
-void close_source(mft_entries_ctx& ctx);
-bool full_scan(results_stream& out, mft_entries_ctx& ctx);
-bool inode_list_scan(results_stream& out, mft_entries_ctx& ctx);
+// Opens the source that the options name into the scan state, once; true while one is open.
+bool ensure_source_open(const mft_entries_ctx& options, scan_state& scan);
+void close_source(scan_state& scan);
+// Every record from -mftstart on, or the records of the inode filters alone. Each ends by closing
+// the source; the result tells whether a directory was seen.
+bool full_scan(const mft_entries_ctx& options, scan_state& scan, const record_sink& sink);
+bool inode_list_scan(const mft_entries_ctx& options, scan_state& scan, const record_sink& sink);
+// The common step of every scan: decodes a fixed-up record into the entry and runs the filters,
+// the head-byte read, the time analysis and the paths. True when the record is to be written.
 bool select_record(entry_record& entry, const std::vector<uint8_t>& record, uint32_t record_size, uint64_t inode,
-                   mft_entries_ctx& ctx);
-void write_selected(entry_record& entry, results_stream& out, mft_entries_ctx& ctx);
+                   const mft_entries_ctx& options, scan_state& scan);

@@ -3,11 +3,10 @@
 #include <vector>
 
 #include "analysis/entry_record.h"
+#include "analysis/orv_scan_state.h"
 #include "base/orv_console.h"
 #include "base/orv_le.h"
 #include "base/orv_string.h"
-#include "ntfs/ntfs.h"
-#include "run/mft_entries_ctx.h"
 
 static const wchar_t k_corrupted[] = L"<path corrupted>";
 static constexpr uint64_t k_root_record = 5;
@@ -56,9 +55,9 @@ static std::set<uint64_t> parent_set(const entry_record& entry) {
 }
 
 bool parents_of_inode(std::wstring& name, std::set<uint64_t>& parents, uint32_t& flags, uint16_t& sequence,
-                      uint64_t record_number, mft_entries_ctx& ctx) {
+                      uint64_t record_number, scan_state& scan) {
   entry_record entry;
-  if (!read_entry(entry, ctx, record_number, false)) return false;
+  if (!read_entry(entry, scan, record_number, false)) return false;
   name = select_name(entry, record_number);
   parents = parent_set(entry);
   flags = entry.header_flags();
@@ -67,10 +66,11 @@ bool parents_of_inode(std::wstring& name, std::set<uint64_t>& parents, uint32_t&
 }
 
 bool resolve_parent_path(std::wstring& path, uint16_t& sequence, uint32_t& flags, uint64_t reference,
-                         mft_entries_ctx& ctx, dir_store_map& cache) {
+                         scan_state& scan) {
   path.clear();
   sequence = 0;
-  if (!ctx.m_mftfile && !ctx.m_volume) return false;
+  if (!scan.m_source.is_open()) return false;
+  dir_store_map& cache = scan.m_dir_store;
   if (reference == UINT64_MAX) return false;
 
   std::vector<const std::wstring*> parts;  // names from the directory that holds the entry upward
@@ -91,12 +91,12 @@ bool resolve_parent_path(std::wstring& path, uint16_t& sequence, uint32_t& flags
       flags = hit->second.m_record_flags;
       next = *hit->second.m_parents.begin();
     } else {
-      log_line(ctx, "... trying to resolve [next] parent subdir ...");
+      log_line(scan.log(), "... trying to resolve [next] parent subdir ...");
       std::wstring name;
       std::set<uint64_t> parents;
       uint32_t record_flags = 0;
       uint16_t s = 0;
-      if (!parents_of_inode(name, parents, record_flags, s, orv::ref_number(current), ctx)) break;
+      if (!parents_of_inode(name, parents, record_flags, s, orv::ref_number(current), scan)) break;
       flags = record_flags;
       if (!(record_flags & FR_FLAG_DIRECTORY)) {  // a parent that became a file is no parent
         corrupted = true;
@@ -147,26 +147,26 @@ bool resolve_parent_path(std::wstring& path, uint16_t& sequence, uint32_t& flags
   return complete && !corrupted;
 }
 
-void cache_directory(const entry_record& entry, mft_entries_ctx& ctx) {
+void cache_directory(const entry_record& entry, scan_state& scan) {
   if (!entry.is_directory()) return;
   uint64_t ref = orv::make_ref(entry.m_inode, entry.m_seq_num);
-  if (ctx.m_dir_store.count(ref)) return;
-  ctx.m_dir_store.emplace(
+  if (scan.m_dir_store.count(ref)) return;
+  scan.m_dir_store.emplace(
       ref, dir_cache_entry(entry.m_inode, entry.m_seq_num, parent_set(entry), select_name(entry, entry.m_inode),
                            entry.header_flags()));
 }
 
-void resolve_entry_paths(entry_record& entry, mft_entries_ctx& ctx) {
+void resolve_entry_paths(entry_record& entry, scan_state& scan) {
   for (auto& kv : entry.m_parent_names) {
-    auto known = ctx.m_sound_paths.find(kv.first);
-    if (known != ctx.m_sound_paths.end()) {
+    auto known = scan.m_sound_paths.find(kv.first);
+    if (known != scan.m_sound_paths.end()) {
       kv.second.m_path = known->second;
       continue;
     }
     uint16_t sequence = 0;
     uint32_t flags = 0;
-    if (resolve_parent_path(kv.second.m_path, sequence, flags, kv.first, ctx, ctx.m_dir_store) &&
+    if (resolve_parent_path(kv.second.m_path, sequence, flags, kv.first, scan) &&
         kv.second.m_path.size() <= k_remembered_path)
-      ctx.m_sound_paths.emplace(kv.first, kv.second.m_path);
+      scan.m_sound_paths.emplace(kv.first, kv.second.m_path);
   }
 }

@@ -209,7 +209,7 @@ bool read_clock(const std::string& text, _windows_systemtime& out) {
   if (trim(text, " \t").empty()) return true;
   std::vector<std::string> parts = split(text, ":", true);
   if (parts.size() != 3) return false;
-  uint32_t h, m, s;
+  uint32_t h = 0, m = 0, s = 0;
   std::string seconds = parts[2], fraction;
   size_t dot = seconds.find('.');
   if (dot != std::string::npos) {

@@ -3,15 +3,14 @@
 #include "ntfs/ntfs.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <set>
 
 #include "base/orv_le.h"
 #include "base/orv_string.h"
 #include "ntfs/orv_attrib.h"
+#include "ntfs/orv_attrib_list.h"
 #include "ntfs/orv_filerec.h"
+#include "ntfs/orv_record_header.h"
 #include "ntfs/orv_stream.h"
 
 using orv::le16;
@@ -28,9 +27,8 @@ constexpr uint32_t MIN_RECORD_SIZE = 256;
 // Read-ahead window for record reads: a walk gets this many bytes of consecutive records per
 // system call.
 constexpr uint64_t WINDOW_BYTES = 1 << 20;
-// An attribute list holds some 32 bytes per extent; 16 MiB is far beyond any real one, and bounds
-// what a lying run list of the list can make us allocate.
-constexpr uint64_t MAX_ATTRIB_LIST = 16u << 20;
+// $Bitmap of a volume of 2^32 clusters is 512 MiB; anything claiming more is not believed.
+constexpr uint64_t MAX_CLUSTER_BITMAP = 512ull << 20;
 
 // Reads exactly `length` bytes; RAW_DISK_IO takes 32-bit lengths, so long reads go in pieces.
 bool read_exact(RAW_DISK_IO* disk, uint64_t offset, uint8_t* buffer, uint64_t length) {
@@ -65,31 +63,6 @@ bool mft_locate(const data_run_list& runs, uint64_t cluster_size, uint64_t byte,
     first += r.m_count;
   }
   return false;
-}
-
-// The volume's own record reader after the read: "FILE" (array at 48) and "INDX" (array where
-// offset 4 says) pass and get their fixups over as many sectors as the buffer holds; anything
-// else is refused. Returns 1 for "FILE", 2 for "INDX", 0 refused.
-int own_fixup(uint8_t* buf, size_t length, uint32_t sector_size) {
-  int kind = 0;
-  uint32_t array_offset = 0;
-  if (is_valid_filerec(buf, length)) {
-    kind = 1;
-    array_offset = 48;
-  } else if (length >= 8 && std::memcmp(buf, "INDX", 4) == 0) {
-    kind = 2;
-    array_offset = le16(buf + 4);
-  } else {
-    return 0;
-  }
-  uint16_t count = le16(buf + 6);
-  if (count >= 2) apply_fixups(buf, length, array_offset, count, sector_size);
-  return kind;
-}
-
-[[noreturn]] void unvalidated_use() {
-  std::fprintf(stderr, "assertion failed: m_Validated (ntfs)\n");
-  std::abort();
 }
 
 }  // namespace
@@ -212,71 +185,6 @@ bool stats_attribute(const uint8_t* a, uint32_t alen, INODE_STATS& st, bool merg
   return true;
 }
 
-// Walks the attribute list of record `inode`: every entry that points to another record pulls the
-// one attribute of that type and id from it. The extension must be in use by the same file: its
-// sequence number must equal the one in the reference, so a reused record never adds extents.
-void stats_attribute_list(CNtfs& vol, uint64_t inode, const uint8_t* list, size_t length, INODE_STATS& st) {
-  std::vector<uint8_t> ext;
-  uint64_t ext_inode = UINT64_MAX;
-  bool ext_ok = false;
-  size_t pos = 0;
-  // Each extent is merged once: a list naming the same one over and over (its run list reading
-  // the same clusters again and again) must not grow the run list without end. Only extents
-  // found go in, so the set stays within the attributes the volume holds.
-  std::set<std::pair<uint64_t, uint64_t>> pulled;
-  while (length - pos >= 26) {
-    const uint8_t* e = list + pos;
-    uint16_t elen = le16(e + 4);
-    // An entry shorter than its 26-byte header is damage, and would step through the list byte
-    // by byte.
-    if (elen < 26 || elen > length - pos) break;
-    uint64_t ref = orv::le48(e + 16);
-    std::pair<uint64_t, uint64_t> key(le64(e + 16), (uint64_t(le32(e)) << 16) | le16(e + 24));
-    if (ref != inode && !pulled.count(key)) {
-      if (ref != ext_inode) {  // consecutive entries usually name the same extension: read it once
-        ext_inode = ref;
-        ext_ok = vol.read_record(ref, ext) && std::memcmp(ext.data(), "FILE", 4) == 0 &&
-                 le16(ext.data() + 16) == le16(e + 22);
-      }
-      if (ext_ok) {
-        uint32_t want_type = le32(e), want_id = le16(e + 24);
-        walk_stats(ext.data(), ext.size(), vol.m_filerec_size, [&](const uint8_t* a, uint32_t alen) {
-          if (le32(a) != want_type || alen < 16 || le16(a + 14) != want_id) return true;
-          stats_attribute(a, alen, st, true);
-          pulled.insert(key);
-          return false;
-        });
-      }
-    }
-    pos += elen;
-  }
-}
-
-// Reads the whole value of a non-resident attribute list, cluster by cluster. The buffer has
-// the size of the clusters of its runs, bounded: zeros behind a short read end the list walk.
-std::vector<uint8_t> read_list_clusters(CNtfs& vol, orv::byte_span attr) {
-  std::vector<uint8_t> out;
-  data_run_list runs;
-  uint16_t runs_off = attr.u16(32);
-  size_t avail = runs_off < attr.m_size ? attr.m_size - runs_off : 0;
-  uint64_t cs = vol.cluster_size();
-  if (!cs || !decode_run_bytes(attr.at(runs_off), avail, 0, runs, true)) return out;
-  uint64_t total = std::min(list_bytes(runs, cs, false), MAX_ATTRIB_LIST);
-  total -= total % cs;
-  out.assign(total, 0);
-  uint64_t done = 0;
-  for (const run_entry& r : runs) {
-    for (uint64_t c = 0; c < r.m_count && done < total; ++c, done += cs) {
-      if (r.m_is_sparse || !vol.read_clusters(r.m_lcn + c, out.data() + done, cs)) {
-        done += (r.m_count - c) * cs;  // a failed read gives up on the rest of this run
-        break;
-      }
-    }
-    if (done >= total) break;
-  }
-  return out;
-}
-
 }  // namespace
 
 bool CNtfs::read_inode_stats(uint64_t inode, const std::vector<uint8_t>& record, INODE_STATS& st) {
@@ -293,14 +201,19 @@ bool CNtfs::read_inode_stats(uint64_t inode, const std::vector<uint8_t>& record,
     return ok;
   });
   if (!list_attr || !(st.m_has_data_runs || inode == 0)) return ok;
+  // Extents in other records: for $MFT itself this is what makes a fragmented MFT readable.
   orv::byte_span attr(list_attr, list_len);
-  if (attr.u8(8) == 0) {
-    orv::byte_span value = attr.sub(attr.u16(20), attr.u32(16));
-    stats_attribute_list(*this, inode, value.m_data, value.m_size, st);
-  } else {
-    std::vector<uint8_t> value = read_list_clusters(*this, attr);
-    stats_attribute_list(*this, inode, value.data(), value.size(), st);
-  }
+  std::vector<uint8_t> stored;
+  orv::byte_span list = attr.u8(8) == 0 ? attr.sub(attr.u16(20), attr.u32(16)) : orv::byte_span();
+  if (attr.u8(8) != 0 && read_attrib_list_value(*this, attr, stored)) list = orv::byte_span(stored.data(), stored.size());
+  attrib_list_rules rules;
+  rules.m_same_sequence = true;
+  pull_listed_attributes(
+      list.m_data, list.m_size, inode, rules,
+      [this](uint64_t number, std::vector<uint8_t>& record) { return read_record(number, record); },
+      [&st](const uint8_t*, size_t, const uint8_t* attribute, uint32_t length, uint64_t) {
+        stats_attribute(attribute, length, st, true);
+      });
   return ok;
 }
 
@@ -308,10 +221,10 @@ bool CNtfs::read_inode_stats(uint64_t inode, const std::vector<uint8_t>& record,
 
 bool CNtfs::volume_open(uint64_t* mft_pos) {
   if (!m_disk) {
-    m_Validated = false;
+    m_validated = false;
     return false;
   }
-  if (m_Validated) {
+  if (m_validated) {
     if (mft_pos) *mft_pos = m_mft_file_pos;
     return true;
   }
@@ -325,21 +238,18 @@ bool CNtfs::volume_open(uint64_t* mft_pos) {
   if (per_record < 0) {
     // Negative: the record size is 2^-v bytes, whatever the cluster size.
     m_mft_record_size = uint32_t(1) << ((256 - uint8_t(per_record)) % 32);
-    m_mft_cluster_per_record_fixed = int32_t(m_mft_record_size / uint32_t(m_cluster_size));
   } else {
     m_mft_record_size = uint32_t(m_cluster_size) * uint32_t(per_record);
-    m_mft_cluster_per_record_fixed = per_record;
   }
   if (m_mft_record_size == 0) m_mft_record_size = 1024;
   if (m_mft_record_size > MAX_RECORD_SIZE || m_mft_record_size < MIN_RECORD_SIZE) return false;
   m_total_clusters = spc ? m_boot.total_sectors() / spc : 0;
   if (m_boot.mft_lcn() > (UINT64_MAX - m_volume_offset) / uint64_t(m_cluster_size) - 1) return false;
   m_mft_file_pos = uint64_t(m_cluster_size) * m_boot.mft_lcn();
-  m_sectors_per_cluster = spc;
 
   std::vector<uint8_t> rec(m_mft_record_size);
   if (!read_exact(m_disk.get(), m_volume_offset + m_mft_file_pos, rec.data(), rec.size())) return false;
-  if (own_fixup(rec.data(), rec.size(), sector_size()) == 0) return false;
+  if (fixup_record(rec.data(), rec.size(), sector_size(), fixup_volume) == record_refused) return false;
   if (is_valid_filerec(rec.data(), rec.size())) {
     // The record knows its own size: (count - 1) sectors of 512. A boot sector that claims less
     // (count 9 with 1024) is overruled and record 0 read again at the larger size.
@@ -349,7 +259,7 @@ bool CNtfs::volume_open(uint64_t* mft_pos) {
       m_mft_record_size = own;
       rec.assign(own, 0);
       if (!read_exact(m_disk.get(), m_volume_offset + m_mft_file_pos, rec.data(), rec.size())) return false;
-      if (own_fixup(rec.data(), rec.size(), sector_size()) != 1) return false;
+      if (fixup_record(rec.data(), rec.size(), sector_size(), fixup_volume) != record_file) return false;
     }
   }
   // The allocated size at offset 28 is the stride of records inside the MFT. A value that cannot
@@ -361,7 +271,7 @@ bool CNtfs::volume_open(uint64_t* mft_pos) {
   read_inode_stats(0, m_first_record, m_mft_info);
   uint64_t clusters = 0;
   for (const run_entry& r : m_mft_info.m_data_runs) clusters += r.m_count;
-  m_Validated = true;
+  m_validated = true;
   uint64_t cs = uint64_t(m_cluster_size);
   uint64_t count = clusters > UINT64_MAX / cs ? UINT64_MAX / m_filerec_size : clusters * cs / m_filerec_size;
   // No more records than the source could hold: a lying run count must not send a walk over
@@ -374,7 +284,10 @@ bool CNtfs::volume_open(uint64_t* mft_pos) {
 
   std::vector<uint8_t> bitmap_rec;
   INODE_STATS bitmap;
-  if (read_record(6, bitmap_rec) && read_inode_stats(6, bitmap_rec, bitmap)) m_bitmap_runs = bitmap.m_data_runs;
+  if (read_record(6, bitmap_rec) && read_inode_stats(6, bitmap_rec, bitmap)) {
+    m_bitmap_runs = bitmap.m_data_runs;
+    m_bitmap_bytes = bitmap.m_size;
+  }
   if (mft_pos) *mft_pos = m_mft_file_pos;
   return true;
 }
@@ -382,7 +295,7 @@ bool CNtfs::volume_open(uint64_t* mft_pos) {
 // ---- positions and reads ----
 
 uint64_t CNtfs::get_file_pos_for_inode(uint64_t inode) const {
-  if (!m_Validated || m_filerec_size == 0 || inode > UINT64_MAX / m_filerec_size) return 0;
+  if (!m_validated || m_filerec_size == 0 || inode > UINT64_MAX / m_filerec_size) return 0;
   uint64_t pos = 0, left = 0;
   if (!mft_locate(m_mft_info.m_data_runs, cluster_size(), inode * m_filerec_size, pos, left)) return 0;
   return pos;
@@ -442,7 +355,7 @@ bool CNtfs::read_record_raw(uint64_t inode, std::vector<uint8_t>& out) {
     }
     return true;
   }
-  if (!m_Validated || !located || !walking) return read_exact(m_disk.get(), m_volume_offset + pos, out.data(), rs);
+  if (!m_validated || !located || !walking) return read_exact(m_disk.get(), m_volume_offset + pos, out.data(), rs);
 
   // Fill the window with the whole records that lie in the same run from this one on: inside a
   // run the positions are consecutive, so each record sits where a direct read would find it.
@@ -464,51 +377,13 @@ bool CNtfs::read_record_raw(uint64_t inode, std::vector<uint8_t>& out) {
 
 bool CNtfs::read_record(uint64_t inode, std::vector<uint8_t>& out) {
   if (!read_record_raw(inode, out)) return false;
-  return own_fixup(out.data(), out.size(), sector_size()) != 0;
+  return fixup_record(out.data(), out.size(), sector_size(), fixup_volume) != record_refused;
 }
 
-data_run_list CNtfs::get_mft_inode_bitmap_runlist() const {
-  if (!m_Validated) unvalidated_use();
-  return m_mft_info.m_bitmap_runs;
-}
-
-data_run_list CNtfs::get_bitmap_inode_runlist() const {
-  if (!m_Validated) unvalidated_use();
-  return m_bitmap_runs;
-}
-
-INODE_STATS CNtfs::get_mft_inode_stats() const {
-  if (!m_Validated) unvalidated_use();
-  return m_mft_info;
-}
-
-uint64_t CNtfs::get_last_allocated_indo_per_mftbitmap() {
-  const data_run_list& runs = m_mft_info.m_bitmap_runs;
-  uint64_t cs = cluster_size();
-  if (!m_Validated || runs.empty() || cs < 512) return 0;
-  // One bit per record: never more bytes than the source holds, read a window at a time.
-  uint64_t total = list_bytes(runs, cs, false);
-  uint64_t source = m_disk ? m_disk->size() : 0;
-  if (source && total > source) total = source;
-  std::vector<uint8_t> buf(std::min<uint64_t>(total, WINDOW_BYTES));
-  uint64_t done = 0, last_byte = 0;
-  uint8_t last_value = 0;
-  while (done < total) {
-    uint64_t length = std::min<uint64_t>(buf.size(), total - done);
-    uint32_t flags = 0;
-    if (!read_stream(*this, runs, done, buf.data(), length, flags) || length == 0) break;
-    for (uint64_t i = length; i-- > 0;)
-      if (buf[i]) {
-        last_byte = done + i;
-        last_value = buf[i];
-        break;
-      }
-    done += length;
-  }
-  if (done < 512 || last_value == 0) return 0;
-  int bit = 7;
-  while (!(last_value & (1u << bit))) --bit;
-  return last_byte * 8 + uint64_t(bit);
+bool CNtfs::read_cluster_bitmap(std::vector<uint8_t>& out) {
+  out.clear();
+  if (!m_validated || m_bitmap_runs.empty()) return false;
+  return read_stream_bytes(*this, m_bitmap_runs, std::min(m_bitmap_bytes, MAX_CLUSTER_BITMAP), out);
 }
 
 // ---- creators ----

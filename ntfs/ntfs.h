@@ -2,16 +2,12 @@
 // One validated NTFS volume on a raw source: boot sector, geometry, the $MFT run list, and the
 // translation of an entry number into a byte position.
 #include <cstdint>
-#include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "ntfs/orv_runs.h"
 #include "storage/orv_raw_disk_io.h"
-
-class mft_entries_ctx;
 
 struct NTFS_BOOT {
   uint8_t m_bytes[512] = {};
@@ -23,18 +19,7 @@ struct NTFS_BOOT {
   bool oem_ok() const;  // "NTFS    " at offset 3
 };
 
-struct security_entry {
-  uint64_t m_position = 0;
-  uint64_t m_security_id = 0;
-  std::string m_owner_sid;
-  std::string m_group_sid;
-  std::vector<std::string> m_sacl_rows;
-  std::vector<std::string> m_dacl_rows;
-  std::string m_spare1, m_spare2;
-};
-
 struct INODE_STATS {
-  std::string m_owner_sid;
   std::string m_name;
   std::wstring m_wname;
   uint8_t m_file_name_raw[68] = {};
@@ -47,14 +32,6 @@ struct INODE_STATS {
   bool m_has_data_runs = false;
 };
 
-struct dir_cache_node {
-  std::set<uint64_t> m_children;
-  std::map<std::string, uint64_t> m_child_names;
-  std::set<uint64_t> m_parents;
-  bool m_is_directory = false;
-  bool m_names_filled = false;
-};
-
 class CNtfs {
  public:
   // Takes ownership of `disk`; `volume_offset` is the byte position of the volume on it.
@@ -65,7 +42,7 @@ class CNtfs {
 
   // Validates the boot sector and reads $MFT (record 0) and $Bitmap (record 6). Idempotent.
   bool volume_open(uint64_t* mft_pos = nullptr);
-  bool validated() const { return m_Validated; }
+  bool validated() const { return m_validated; }
 
   // Reads whole clusters starting at `lcn`; `length` must be a multiple of the cluster size.
   bool read_clusters(uint64_t lcn, uint8_t* buffer, uint64_t length);
@@ -81,10 +58,9 @@ class CNtfs {
   // Summary of record `inode`, already read and fixed up in `record`, extents from its attribute
   // list included. False when a run list in it fails to decode; what was gathered stays in `out`.
   bool read_inode_stats(uint64_t inode, const std::vector<uint8_t>& record, INODE_STATS& out);
-  data_run_list get_mft_inode_bitmap_runlist() const;
-  data_run_list get_bitmap_inode_runlist() const;
-  INODE_STATS get_mft_inode_stats() const;
-  uint64_t get_last_allocated_indo_per_mftbitmap();
+  // The cluster bitmap ($Bitmap, record 6): one bit per cluster, set when in use. Never more than
+  // 512 MiB (a volume of 2^32 clusters), nor more than the source holds. False when unreadable.
+  bool read_cluster_bitmap(std::vector<uint8_t>& out);
   uint64_t mft_inode_count() const { return m_mft_inode_count; }
   uint32_t record_size() const { return m_mft_record_size ? m_mft_record_size : 1024; }
   uint32_t sector_size() const;
@@ -92,23 +68,20 @@ class CNtfs {
   RAW_DISK_IO* disk() { return m_disk.get(); }
 
   NTFS_BOOT m_boot;
-  std::map<uint32_t, security_entry> m_secure_map;
-  bool m_secure_loaded = false;
   std::unique_ptr<RAW_DISK_IO> m_disk;
-  bool m_Validated = false;
-  std::vector<uint8_t> m_first_record;
-  INODE_STATS m_mft_info;
-  data_run_list m_bitmap_runs;
-  uint32_t m_filerec_size = 1024;
-  std::map<uint64_t, dir_cache_node> m_dir_cache;
+  bool m_validated = false;
+  std::vector<uint8_t> m_first_record;  // record 0 of $MFT, fixed up
+  INODE_STATS m_mft_info;               // record 0 with its attribute list
+  data_run_list m_bitmap_runs;          // unnamed data of record 6, $Bitmap
+  uint64_t m_bitmap_bytes = 0;          // its size
+  uint32_t m_filerec_size = 1024;       // stride of records inside $MFT
+  // Records taken from a whole $MFT held in memory instead of through the runs.
   bool m_use_mft_image = false;
   std::vector<uint8_t> m_mft_image;
   uint64_t m_mft_inode_count = 0;
   int32_t m_cluster_size = 0;
   uint64_t m_total_clusters = 0;
-  int32_t m_mft_cluster_per_record_fixed = 0;
-  uint64_t m_mft_file_pos = 0;
-  uint64_t m_sectors_per_cluster = 0;
+  uint64_t m_mft_file_pos = 0;  // byte position of $MFT inside the volume
   uint64_t m_volume_offset = 0;
   uint32_t m_mft_record_size = 1024;
 

@@ -1,20 +1,30 @@
 #pragma once
-// Fetching one file record and applying its multi-sector fixups. Fixups are never verified: a
-// torn sector is overwritten with the array's word and decoding goes on.
+// Recognising what a record-sized buffer holds and applying its multi-sector fixups. Fixups are
+// never verified: a torn sector is overwritten with the array's word and decoding goes on.
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
-class mft_entries_ctx;
+class record_source;
+struct diag_sink;
 
-// "FILE", update sequence array at 48, count at most 9, first attribute offset below 73.
-bool is_valid_filerec(const uint8_t* buffer, size_t length);
+enum record_kind : int { record_refused = 0, record_file = 1, record_index = 2, record_baad = 3 };
+
+// How a reader takes the kinds of buffer it may meet. "FILE" (by is_valid_filerec) and "INDX"
+// always pass with their fixups.
+enum fixup_mode {
+  fixup_scan,      // "BAAD" is recognised and left as it is: the scans report and skip it
+  fixup_volume,    // "BAAD" is refused: the volume's own reads
+  fixup_recovery,  // blocks of free clusters: at least 1024 bytes, "BAAD" repaired when its array
+                   // lies within 64 bytes and holds at most 10 words, the array must fit the buffer
+};
+
 // Copies word i of the array over the last two bytes of sector i-1, for i from 1 while i < count
 // and i <= length / sector_size. Array words outside the buffer end the loop.
 void apply_fixups(uint8_t* buffer, size_t length, uint32_t array_offset, uint32_t count, uint32_t sector_size);
-// Reads record `inode` from the run's source into `record` (sized by the call) and applies fixups.
-// True when `record` holds something usable; `bad` flags a "BAAD" record.
-bool mft_fixup_read(std::vector<uint8_t>& record, bool& bad, mft_entries_ctx& ctx, uint64_t inode);
-// Variant for records read through a volume directly: 1 "FILE", 2 "INDX", 3 "BAAD", 0 refused.
-// `recovery` applies the stricter "BAAD" rule of the free-cluster scan.
-int fixup_raw(uint8_t* buffer, size_t length, uint32_t sector_size, bool recovery);
+// Recognises the buffer and applies its fixups as `mode` says; gives the record_kind.
+int fixup_record(uint8_t* buffer, size_t length, uint32_t sector_size, fixup_mode mode);
+// Reads record `inode` from `source` into `record` (sized by the call) and applies fixups. True
+// when `record` holds something usable; `bad` flags a "BAAD" record, which is left as it is.
+bool mft_fixup_read(std::vector<uint8_t>& record, bool& bad, record_source& source, uint64_t inode,
+                    const diag_sink& log);

@@ -1,13 +1,12 @@
-// Byte ranges of a stream through its run list, and the copy of one attribute to a stream.
+#include "ntfs/orv_stream.h"
+
 #include <algorithm>
 #include <cstring>
 
 #include "base/orv_console.h"
 #include "base/orv_le.h"
 #include "ntfs/ntfs.h"
-#include "analysis/orv_attrib_rows.h"
 #include "ntfs/orv_filerec.h"
-#include "ntfs/orv_stream.h"
 
 namespace {
 
@@ -142,6 +141,23 @@ bool read_stream(CNtfs& volume, const data_run_list& runs, uint64_t position, ui
     return false;
   }
   length = delivered;
+  return true;
+}
+
+bool read_stream_bytes(CNtfs& volume, const data_run_list& runs, uint64_t size, std::vector<uint8_t>& out) {
+  out.clear();
+  size = std::min(size, list_bytes(runs, volume.cluster_size(), false));
+  const uint64_t source = volume.disk() ? volume.disk()->size() : 0;
+  if (source) size = std::min(size, source);
+  if (size == 0) return false;
+  out.assign(size, 0);
+  uint64_t length = size;
+  uint32_t flags = 0;
+  if (!read_stream(volume, runs, 0, out.data(), length, flags)) {
+    out.clear();
+    return false;
+  }
+  out.resize(length);
   return true;
 }
 

@@ -15,6 +15,9 @@ struct diag_sink;
 // `flags` skips them). `length` comes back with the bytes delivered.
 bool read_stream(CNtfs& volume, const data_run_list& runs, uint64_t position, uint8_t* buffer,
                  uint64_t& length, uint32_t& flags);
+// The first `size` bytes of a stream in memory, cut to what its runs and the source hold. False
+// when nothing comes back.
+bool read_stream_bytes(CNtfs& volume, const data_run_list& runs, uint64_t size, std::vector<uint8_t>& out);
 
 // Pseudo type of the first row of a record: its summary.
 constexpr uint32_t ROW_RECORD_SUMMARY = 0x110;

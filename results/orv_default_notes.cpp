@@ -6,6 +6,7 @@
 
 #include "analysis/entry_record.h"
 #include "analysis/orv_paths.h"
+#include "analysis/orv_scan_state.h"
 #include "analysis/orv_zone.h"
 #include "base/orv_le.h"
 #include "results/result_row.h"
@@ -58,8 +59,8 @@ void append_entry_number(std::string& out, uint64_t number, bool hex) {
   out.append(buffer, size_t(p - buffer));
 }
 
-const char* record_type_text(const entry_record& entry, const mft_entries_ctx& ctx) {
-  if (ctx.m_unalloc_pass) return "unalloc";
+const char* record_type_text(const entry_record& entry, const scan_state& scan) {
+  if (scan.m_unalloc_pass) return "unalloc";
   if (!entry.in_use()) return "del";
   return entry.is_directory() ? "dir" : "file";
 }
@@ -150,7 +151,7 @@ void append_summary(std::string& out, const entry_record& entry, const mft_entri
     }
     put("]; ", 3);
   }
-  const uint64_t lsn = orv::le64(entry.m_header.data() + FR_LSN);
+  const uint64_t lsn = entry.m_header.lsn();
   uint64_t usn = 0;
   uint32_t security_id = 0;
   if (!entry.m_std_infos.empty()) {
@@ -190,11 +191,11 @@ void join_other_info(std::string& out, const record_notes& notes, const std::str
 }
 
 void build_record_notes(record_notes& notes, const entry_record& entry, const mft_entries_ctx& ctx,
-                        size_t parent_count) {
+                        const scan_state& scan, size_t parent_count) {
   const bool hex = ctx.m_hex_numbers != 0;
   notes.m_entry_text.clear();
   append_entry_number(notes.m_entry_text, entry.m_inode, hex);
-  notes.m_type.assign(record_type_text(entry, ctx));
+  notes.m_type.assign(record_type_text(entry, scan));
   notes.m_ext.clear();
   static const std::wstring k_no_name;
   const std::wstring* name = select_name_of(entry, entry.m_inode);
@@ -235,7 +236,7 @@ void build_record_notes(record_notes& notes, const entry_record& entry, const mf
 
   std::string& tail = notes.m_other_tail;
   tail.clear();
-  if (entry.m_attrib_list_nonresident && !ctx.m_volume)
+  if (entry.m_attrib_list_nonresident && !scan.m_source.volume())
     next_item(tail).append("attrib list non-resident [not avail for parsing w/o image]");
   if (entry.m_has_time_warning && !entry.m_time_warning.empty()) next_item(tail).append(entry.m_time_warning);
   if (ctx.m_show_record_offset) {

@@ -6,6 +6,7 @@
 
 class entry_record;
 class mft_entries_ctx;
+struct scan_state;
 
 struct record_notes {
   std::string m_entry_text;  // "0x0000002a" or "42"
@@ -19,8 +20,8 @@ struct record_notes {
 };
 
 // `parent_count` is the number of distinct parent references of the record's names.
-void build_record_notes(record_notes& notes, const entry_record& entry, const mft_entries_ctx& ctx,
-                        size_t parent_count);
+void build_record_notes(record_notes& notes, const entry_record& entry, const mft_entries_ctx& options,
+                        const scan_state& scan, size_t parent_count);
 // "refinode [" number "]".
 void refinode_note(std::string& out, uint64_t record_number, const mft_entries_ctx& ctx);
 // Joins head, refinode and tail with "; ", leaving out the empty ones.
@@ -29,7 +30,7 @@ void join_other_info(std::string& out, const record_notes& notes, const std::str
 // Entry number as the rows print it: 0x and eight digits, or decimal under -base10.
 void append_entry_number(std::string& out, uint64_t number, bool hex);
 // "file", "dir", "del" or "unalloc".
-const char* record_type_text(const entry_record& entry, const mft_entries_ctx& ctx);
+const char* record_type_text(const entry_record& entry, const scan_state& scan);
 // Lower-cased text behind the last '.', "none" for a directory or a name without a dot.
 void extension_text(std::string& out, const std::wstring& name, bool is_directory);
 // Summary of the data attributes and record numbers ("various data types").

@@ -84,8 +84,9 @@ struct default_row_scratch {
   size_t m_line_used = 0;
 };
 
-default_writer_state::default_writer_state() : m_scratch(new default_row_scratch) {}
-default_writer_state::~default_writer_state() = default;
+default_writer::default_writer(const mft_entries_ctx& options, results_stream& out)
+    : m_options(options), m_out(out), m_scratch(new default_row_scratch) {}
+default_writer::~default_writer() = default;
 
 namespace {
 
@@ -96,7 +97,7 @@ inline size_t cell_room(const planned_cell& cell, const result_table& table) {
          (column + 1 < table.m_columns.size() ? table.m_columns[column + 1].m_width : 0);
 }
 
-void build_columns(default_writer_state& state, const mft_entries_ctx& ctx) {
+void build_columns(default_writer& state, const mft_entries_ctx& ctx) {
   result_table& table = state.m_table;
   table.m_columns.clear();
   layout_from_options(table.m_layout, ctx);
@@ -303,8 +304,8 @@ void write_row(default_row_scratch& scratch, result_table& table, std::string_vi
 }
 
 // Writes the accumulated timeline of one parent and one referring record, then empties it.
-void flush_timeline(default_writer_state& state, const entry_record& entry, const mft_entries_ctx& ctx,
-                    results_stream& out, uint64_t parent, uint64_t referring_record) {
+void flush_timeline(default_writer& state, const entry_record& entry, uint64_t parent, uint64_t referring_record) {
+  const mft_entries_ctx& ctx = state.m_options;
   default_row_scratch& scratch = *state.m_scratch;
   std::vector<time_mark>& marks = scratch.m_marks;
   if (marks.empty()) return;
@@ -386,7 +387,7 @@ void flush_timeline(default_writer_state& state, const entry_record& entry, cons
         write_row(scratch, table, scratch.m_type_dos, instant, letters_text, name_text(scratch, name));
     }
   }
-  if (scratch.m_line_used) out.write(std::string_view(scratch.m_line.data(), scratch.m_line_used));
+  if (scratch.m_line_used) state.m_out.write(std::string_view(scratch.m_line.data(), scratch.m_line_used));
   scratch.m_line_used = 0;
   marks.clear();
 }
@@ -398,8 +399,8 @@ bool is_stub(const entry_record& entry) {
   return true;
 }
 
-void write_timeline_rows(entry_record& entry, results_stream& out, mft_entries_ctx& ctx) {
-  default_writer_state& state = *ctx.m_default_writer;
+void write_timeline_rows(entry_record& entry, const scan_state& scan, default_writer& state) {
+  const mft_entries_ctx& ctx = state.m_options;
   default_row_scratch& scratch = *state.m_scratch;
   const si_entry& si = entry.m_std_infos.begin()->second;
 
@@ -418,7 +419,7 @@ void write_timeline_rows(entry_record& entry, results_stream& out, mft_entries_c
   std::sort(scratch.m_parents.begin(), scratch.m_parents.end());
   scratch.m_parents.erase(std::unique(scratch.m_parents.begin(), scratch.m_parents.end()), scratch.m_parents.end());
 
-  build_record_notes(scratch.m_notes, entry, ctx, scratch.m_parents.size());
+  build_record_notes(scratch.m_notes, entry, ctx, scan, scratch.m_parents.size());
   scratch.m_type_dos.clear();  // made when a DOS name first needs it
 
   if (is_stub(entry)) {
@@ -426,7 +427,7 @@ void write_timeline_rows(entry_record& entry, results_stream& out, mft_entries_c
     scratch.m_path.assign("<no path>");
     add_marks(scratch.m_marks, group_si, k_stub_name, false, si.modified(), si.accessed(), si.mft_modified(),
               si.created());
-    flush_timeline(state, entry, ctx, out, k_stub_parent, entry.m_inode);
+    flush_timeline(state, entry, k_stub_parent, entry.m_inode);
     return;
   }
 
@@ -442,7 +443,7 @@ void write_timeline_rows(entry_record& entry, results_stream& out, mft_entries_c
       if (fn.parent_ref() != parent) continue;
       // Names held by an extension record form their own timeline.
       if (have_record && fn.m_inode != referring_record)
-        flush_timeline(state, entry, ctx, out, parent, referring_record);
+        flush_timeline(state, entry, parent, referring_record);
       have_record = true;
       referring_record = fn.m_inode;
       if (fn.m_is_dos_name && ctx.m_hide_dos_fntimes) continue;
@@ -451,23 +452,29 @@ void write_timeline_rows(entry_record& entry, results_stream& out, mft_entries_c
       add_marks(scratch.m_marks, fn.m_is_dos_name ? group_fn83 : group_fn, i, fn.m_is_dos_name, fn.modified(),
                 fn.accessed(), fn.mft_modified(), fn.created());
     }
-    flush_timeline(state, entry, ctx, out, parent, referring_record);
+    flush_timeline(state, entry, parent, referring_record);
   }
 }
 
 }  // namespace
 
-void write_default_results(entry_record& entry, results_stream& out, mft_entries_ctx& ctx) {
+void write_default_results(entry_record& entry, const scan_state& scan, default_writer& writer) {
   // Extension records are shown through their base record; a record without standard
   // information has no timeline of its own.
   if (entry.m_is_extension || entry.m_base_ref != 0 || entry.m_std_infos.empty()) return;
-
-  if (!ctx.m_default_writer) ctx.m_default_writer = std::make_shared<default_writer_state>();
-  default_writer_state& state = *ctx.m_default_writer;
-  if (!state.m_table.m_built) build_columns(state, ctx);
-  if (state.m_table.m_header_pending) {
-    if (ctx.m_header_line) table_write_header(state.m_table, out);
-    state.m_table.m_header_pending = false;
+  if (!writer.m_table.m_built) build_columns(writer, writer.m_options);
+  if (writer.m_table.m_header_pending) {
+    if (writer.m_options.m_header_line) table_write_header(writer.m_table, writer.m_out);
+    writer.m_table.m_header_pending = false;
   }
-  write_timeline_rows(entry, out, ctx);
+  write_timeline_rows(entry, scan, writer);
+}
+
+record_sink default_rows_sink(default_writer& writer) {
+  record_sink sink;
+  sink.m_writer = &writer;
+  sink.m_write = [](void* target, entry_record& entry, const scan_state& scan) {
+    write_default_results(entry, scan, *static_cast<default_writer*>(target));
+  };
+  return sink;
 }

@@ -71,26 +71,7 @@ class result_row {
   uint32_t m_default_flags = 0;  // OR-ed into every stored cell
   bool m_disabled = false;
 
-  // Rendered rows live in two byte buffers used in turn: one holds the previous row, the other
-  // receives the next. Each keeps a line feed behind the row's last byte.
-  std::vector<char> m_line_bytes[2];
-  uint32_t m_line_previous = 0;  // index of the buffer with the previous row
-  size_t m_last_size = 0;        // bytes of the previous row, line feed not counted
-  uint32_t m_last_count = 0;     // cells of the previous row
-  bool m_last_valid = false;
-  // Cells stored since the previous row was rendered, one bit each. Most cells of a record's
-  // rows do not change, and such cells are copied from the previous row in runs.
-  uint64_t m_stored_bits[4] = {0, 0, 0, 0};
-  // Per cell: the bytes it took in the previous row with its separator (0 for a column rendered
-  // by the time cell in front of it); 1 for a split time cell; 1 where a cell starts when the
-  // row is walked, a split time cell taking the column behind it. The starts are worked out
-  // again when a cell becomes or stops being a split time cell.
-  std::vector<uint32_t> m_last_length;
-  std::vector<uint8_t> m_split;
-  std::vector<uint8_t> m_starts;
-  uint32_t m_starts_count = 0;
-  bool m_starts_valid = false;
-  std::string m_last_line;  // copy handed out by render_row_cached
+  std::vector<char> m_line_bytes;  // the row being rendered
 
   // Date texts by day, for the layout they were made under; the clock is worked out directly.
   // On a miss both texts are made in the two work strings.
@@ -119,8 +100,6 @@ bool set_text(result_row& row, int index, std::string_view text, uint32_t flags 
 bool set_wide_text(result_row& row, int index, const std::wstring& text, uint32_t flags = 0);
 // Kind 12 clears the next cell, which receives the time part when the row is rendered.
 bool set_time(result_row& row, int index, uint16_t kind, uint64_t filetime, uint32_t flags = 0);
-// Marks the cell as text and hands its string for the caller to fill; null when not storable.
-std::string* text_slot(result_row& row, int index, uint32_t flags = 0);
 
 void layout_from_options(result_layout& layout, const cmd_params& options);
 
@@ -128,11 +107,6 @@ void layout_from_options(result_layout& layout, const cmd_params& options);
 void render_header(std::string& line, const std::vector<result_column>& columns, const result_layout& layout);
 void render_row(std::string& line, result_row& row, const std::vector<result_column>& columns,
                 const result_layout& layout);
-// The same, without the line feed, re-rendering only the cells stored since the previous call
-// and copying the others from the previous row. The columns and the layout must be those of the
-// previous call; a table guarantees that (table_ready starts afresh).
-const std::string& render_row_cached(result_row& row, const std::vector<result_column>& columns,
-                                     const result_layout& layout);
 
 // Helpers of the renderers, also used by writers that build cell text themselves.
 // The put_ forms write at `p`, which has room for what they write, and return the new end.
@@ -163,18 +137,3 @@ int add_time_columns(result_table& table, bool paired, const std::string& date_n
 void table_ready(result_table& table, uint32_t default_flags);
 void table_write_header(result_table& table, results_stream& out);
 void table_write_row(result_table& table, results_stream& out);
-
-// State of the default timeline writer, kept in the option set for the whole run.
-struct default_row_scratch;
-struct default_writer_state {
-  default_writer_state();
-  virtual ~default_writer_state();
-
-  result_table m_table;
-  // Column indices, -1 when the column is absent.
-  int m_col_entry = -1, m_col_seq = -1, m_col_parent = -1, m_col_parent_seq = -1, m_col_type = -1,
-      m_col_ext = -1, m_col_ref = -1, m_col_size = -1, m_col_time = -1, m_col_macb = -1,
-      m_col_data_type = -1, m_col_other = -1, m_col_md5 = -1, m_col_sha1 = -1, m_col_sha256 = -1,
-      m_col_name = -1, m_col_path = -1, m_col_summary = -1, m_col_extracted = -1, m_col_header = -1;
-  std::unique_ptr<default_row_scratch> m_scratch;  // per-record buffers, reused
-};

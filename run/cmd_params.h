@@ -89,7 +89,6 @@ class cmd_params : public diag_sink {
   uint8_t m_fmt_xml = 0, m_fmt_csv = 0, m_fmt_l2t = 0, m_fmt_csvgen = 0, m_fmt_bodyfile = 0, m_fmt_multiline = 0;
   uint8_t m_verbose = 1;
   uint8_t m_progress = 1;
-  uint8_t m_third_flag = 1;
   uint8_t m_pair_datetime = 0;
   uint8_t m_header_line = 1;
   uint8_t m_profile = 0;
@@ -103,10 +102,8 @@ class cmd_params : public diag_sink {
   uint32_t m_os_version[3] = {0, 0, 0};
   uint8_t m_cmd_start_given = 0;
   uint64_t m_cmd_start_time = 0;
-  uint32_t m_cmd_start_extra = 0;
   uint8_t m_cmd_stop_given = 0;
   uint64_t m_cmd_stop_time = 0;
-  uint32_t m_cmd_stop_extra = 0;
   // -filter_sig consumed by the common layer: the walk options take the first value back.
   std::string m_taken_filter_sig;
   uint8_t m_taken_filter_sig_given = 0;

@@ -1,25 +1,17 @@
 #pragma once
-// Every setting of the walk and the state of the running scan; one instance per run.
+// Every setting of the walk, one instance per run. The parse fills it and nothing changes it
+// afterwards: what a scan opens and learns lives in its scan_state.
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <set>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
-#include "analysis/orv_dir_cache.h"
 #include "analysis/orv_filter_types.h"
 #include "run/cmd_params.h"
 
-class CNtfs;
-class mft_file_reader;
-struct default_writer_state;
-
 class mft_entries_ctx : public cmd_params {
  public:
-  mft_entries_ctx();
-  virtual ~mft_entries_ctx();
 
   // Output selection
   uint8_t m_hash_list_format = 0;
@@ -36,13 +28,9 @@ class mft_entries_ctx : public cmd_params {
   uint8_t m_include_zoneinfo = 0;
 
   // Range and source
-  uint64_t m_mft_total = 0;
   uint64_t m_mft_start = 0;
   uint64_t m_mft_range = 0;
   std::wstring m_mftfile_path;
-  std::unique_ptr<mft_file_reader> m_mftfile;
-  CNtfs* m_volume = nullptr;  // owned when m_owns_volume
-  uint8_t m_owns_volume = 1;
   uint32_t m_open_kind = 255;
   uint64_t m_volume_offset = 0;
   std::wstring m_image_path;
@@ -107,26 +95,9 @@ class mft_entries_ctx : public cmd_params {
   uint8_t m_jp = 0;
   uint8_t m_lnk = 0;
 
-  // Record geometry (settled at the first read)
-  uint32_t m_record_size = 1024;
-  uint32_t m_sector_size = 512;
-  uint8_t m_record_size_known = 0;
-
-  std::wstring m_source_text;
   std::wstring m_list_separator;
-  std::wstring m_run_description;
-  std::string m_run_banner;
   uint8_t m_show_record_offset = 0;
-  uint8_t m_source_open = 0;
-  uint8_t m_unalloc_pass = 0;
-  dir_store_map m_dir_store;
-  // Paths of parent references whose walk reached the root through sound links; such a walk
-  // gives the same text every time, so each directory is walked once per scan. Emptied with
-  // m_dir_store.
-  std::unordered_map<uint64_t, std::wstring> m_sound_paths;
-  // Columns and header state of the default rows, built by the first record that reaches them.
-  std::shared_ptr<default_writer_state> m_default_writer;
-
-  uint32_t record_size() const { return m_record_size ? m_record_size : 1024; }
+  // The first option given whose feature this build does not have; the run refuses it.
+  std::string m_unbuilt_option;
 };
 

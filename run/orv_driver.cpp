@@ -11,15 +11,19 @@
 #include <memory>
 
 #include "analysis/orv_mft_scan.h"
+#include "analysis/orv_scan_state.h"
+#include "analysis/orv_unalloc_scan.h"
 #include "base/orv_console.h"
 #include "base/orv_string.h"
+#include "base/orv_version.h"
 #include "base/orv_results_stream.h"
+#include "results/orv_default_results.h"
 #include "run/mft_entries_ctx.h"
 #include "run/orv_instances.h"
 #include "run/orv_walk_options.h"
 
 const char* const k_tool_name = "brimlock";
-const char* const k_version_text = "ver: 0.95";
+const char* const k_version_text = "ver: " BRIMLOCK_VERSION;
 
 namespace {
 
@@ -146,38 +150,29 @@ bool only_inode_filters(const mft_entries_ctx& c) {
 }
 
 // Picks the scans: the inode list alone, or a full scan, an unallocated pass, or both in turn.
-void run_scans(mft_entries_ctx& c, results_stream& out) {
-  ensure_source_open(c);
+// Every selected record goes to the default rows, the one format this build writes.
+void run_scans(const mft_entries_ctx& c, results_stream& out) {
+  scan_state scan;
+  scan_state_for(scan, c);
+  default_writer writer(c, out);
+  const record_sink sink = default_rows_sink(writer);
+  ensure_source_open(c, scan);
   if (only_inode_filters(c)) {
-    inode_list_scan(out, c);
+    inode_list_scan(c, scan, sink);
     return;
   }
-  bool after_full_scan = false;
   if (c.m_filter_all_clusters || c.m_filter_deleted_all) {
-    if (c.m_filter_all_clusters) {
-      c.m_filter_deleted = 0;
-      c.m_and_logic = 0;
-    } else {
-      c.m_filter_deleted = 1;
-      c.m_and_logic = 1;
-    }
-    c.m_run_description += L"\n- scanning MFT records from $MFT";
-    full_scan(out, c);
+    // $MFT first: every record, or the deleted ones alone; then free clusters.
+    scan.m_deleted_only = scan.m_and_logic = !c.m_filter_all_clusters;
+    full_scan(c, scan, sink);
     if (c.m_progress) print_message("finished scanning MFT records from $MFT... proceeding to unallocated clusters\n");
-    if (!c.m_filter_all_clusters) c.m_filter_deleted = 0;
-    c.m_scan_unalloc = 1;
-    after_full_scan = true;
+    scan.m_deleted_only = false;
+    scan.m_and_logic = true;
   } else if (!c.m_scan_unalloc) {
-    full_scan(out, c);
+    full_scan(c, scan, sink);
     return;
   }
-  if (after_full_scan) {
-    c.m_and_logic = 1;
-    c.m_run_description = L"- scanning MFT records from unallocated space";
-  }
-  c.m_source_type = "NTFS:UNALLOC";
-  c.m_unalloc_pass = 1;
-  unalloc_scan(out, c);
+  unalloc_scan(c, scan, sink);
 }
 
 std::string directory_of(const std::string& path) {
@@ -186,7 +181,7 @@ std::string directory_of(const std::string& path) {
   return dir;
 }
 
-int multi_instance_run(mft_entries_ctx& c, std::vector<std::string> child_args, const std::string& banner) {
+int multi_instance_run(const mft_entries_ctx& c, std::vector<std::string> child_args, const std::string& banner) {
   if (!c.m_out_given) {
     fprintf(stderr, "Need to specify an output file to put the merged results in [-out <file>]\n");
     return -1;
@@ -212,11 +207,10 @@ int multi_instance_run(mft_entries_ctx& c, std::vector<std::string> child_args, 
   for (const char* name : {"-profile", "-separate_files"})
     while (find_flag(std::string(name), child_args, false)) {
     }
-  c.m_run_banner = banner;
-  return run_instances(c, c.m_instance_count, child_args, work) - 1;
+  return run_instances(c, c.m_instance_count, child_args, work, banner) - 1;
 }
 
-int single_instance_run(mft_entries_ctx& c, const std::string& banner) {
+int single_instance_run(const mft_entries_ctx& c, const std::string& banner) {
   results_stream out;
   if (!c.m_results_path.empty()) {
     std::string path = orv::to_utf8(c.m_results_path);
@@ -232,12 +226,14 @@ int single_instance_run(mft_entries_ctx& c, const std::string& banner) {
 }
 
 // Everything after the parse; the context is torn down by the caller.
-int run_parsed(mft_entries_ctx& c, const std::vector<std::string>& child_args, const std::string& banner,
+int run_parsed(const mft_entries_ctx& c, const std::vector<std::string>& child_args, const std::string& banner,
                run_timer& timer) {
   timer.start(c.m_progress != 0, c.m_profile != 0, c.m_diags_path);
-  c.m_list_separator = orv::to_wide(c.m_field_separator);
-  c.m_run_description.clear();
-  c.m_run_banner = banner;
+  if (!c.m_unbuilt_option.empty()) {
+    // Never another format or every record in place of what was asked for.
+    fprintf(stderr, "prob: %s is not built in this version, aborting\n", c.m_unbuilt_option.c_str());
+    return -1;
+  }
 
   if (!c.m_results_path.empty()) {
     std::string path = orv::to_utf8(c.m_results_path);

@@ -7,7 +7,7 @@
 class mft_entries_ctx;
 
 extern const char* const k_tool_name;     // "brimlock"
-extern const char* const k_version_text;  // "ver: 0.95"
+extern const char* const k_version_text;  // "ver: " and the version of the build
 
 int brimlock_main(int argc, char** argv);
 // The usage text, exactly as printed to standard error.

@@ -12,6 +12,7 @@
 
 #include "analysis/entry_record.h"
 #include "analysis/orv_mft_scan.h"
+#include "analysis/orv_scan_state.h"
 #include "base/orv_console.h"
 #include "base/orv_path.h"
 #include "base/orv_string.h"
@@ -82,19 +83,20 @@ std::string random_text(std::mt19937_64& generator, size_t length) {
 }
 
 // Records of the source: the size of the $MFT data stream over the record size.
-uint64_t count_records(mft_entries_ctx& c) {
-  if (!ensure_source_open(c)) return 0;
+uint64_t count_records(const mft_entries_ctx& c) {
+  scan_state scan;
+  scan_state_for(scan, c);
+  if (!ensure_source_open(c, scan)) return 0;
   entry_record entry;
   uint64_t total = 0;
-  if (read_entry(entry, c, 0, false)) {
+  if (read_entry(entry, scan, 0, false)) {
     for (const auto& item : entry.m_attribs) {
       if (item.second.type() != 0x80) continue;
       uint64_t size = item.second.non_resident() ? item.second.real_size() : item.second.value_length();
-      total = size / c.record_size();
+      total = size / scan.m_source.record_size();
       break;
     }
   }
-  close_source(c);
   return total;
 }
 
@@ -153,8 +155,8 @@ size_t merge_start(const std::string& head, bool first_instance) {
   return std::string::npos;
 }
 
-int run_instances(mft_entries_ctx& c, uint32_t instance_count, const std::vector<std::string>& child_arguments,
-                  const std::string& work_directory) {
+int run_instances(const mft_entries_ctx& c, uint32_t instance_count, const std::vector<std::string>& child_arguments,
+                  const std::string& work_directory, const std::string& banner) {
   if (instance_count > k_max_instances) instance_count = k_max_instances;
   if (instance_count == 0) return 0;
   uint64_t total = c.m_mft_range ? c.m_mft_range : count_records(c);
@@ -162,7 +164,6 @@ int run_instances(mft_entries_ctx& c, uint32_t instance_count, const std::vector
     fprintf(stderr, "prob handling your options, aborting\n");
     return 0;
   }
-  c.m_mft_range = total;
   if (c.m_out_path.empty()) return 0;
 
   const std::string out_path = c.m_out_path;
@@ -176,8 +177,8 @@ int run_instances(mft_entries_ctx& c, uint32_t instance_count, const std::vector
       log_line(c, "prob writing to output file: %s", out_path.c_str());
       return 0;
     }
-    if (c.m_run_banner.empty()) log_line(c, "banner not present");
-    std::string head = c.m_run_banner + "\n";
+    if (banner.empty()) log_line(c, "banner not present");
+    std::string head = banner + "\n";
     write_all(fd, head.data(), head.size());
     ::close(fd);
   }

@@ -10,8 +10,8 @@ class mft_entries_ctx;
 
 // Multi-instance run: divides the record range over child processes of this program and merges
 // their results into the -out file. 1 when the merge ended, 0 on failure.
-int run_instances(mft_entries_ctx& ctx, uint32_t instance_count, const std::vector<std::string>& child_arguments,
-                  const std::string& work_directory);
+int run_instances(const mft_entries_ctx& ctx, uint32_t instance_count, const std::vector<std::string>& child_arguments,
+                  const std::string& work_directory, const std::string& banner);
 // Offset in the head of a child's results file where its rows begin (the first instance keeps its
 // heading line); npos when the place is not found there.
 size_t merge_start(const std::string& head, bool first_instance);

@@ -14,16 +14,6 @@
 #include "storage/orv_disk_structs.h"
 #include "storage/orv_raw_disk_io.h"
 
-mft_entries_ctx::mft_entries_ctx() {
-  m_record_size = 1024;
-  m_sector_size = 512;
-}
-
-mft_entries_ctx::~mft_entries_ctx() {
-  if (m_owns_volume) delete m_volume;
-  m_volume = nullptr;
-}
-
 namespace {
 
 // Future limit of the time analysis: one hour past the start of the run.
@@ -168,7 +158,6 @@ bool copy_files_option(mft_entries_ctx& c, const std::wstring& value, std::vecto
   }
   if (per_path_layout) {
     c.m_csvperpath = 1;
-    c.m_list_separator = L",";
     set_value_separators(c, ',', ' ');
   }
   std::wstring dir = value;
@@ -191,6 +180,11 @@ bool copy_files_option(mft_entries_ctx& c, const std::wstring& value, std::vecto
   return true;
 }
 
+bool filter_file_option(mft_entries_ctx& c, const std::wstring& value, std::vector<std::wstring>&) {
+  c.m_filter_file = split_list(value);
+  return true;
+}
+
 // ---- the option table ----
 
 enum option_form { form_flag, form_value, form_repeat, form_always };
@@ -202,7 +196,10 @@ struct walk_option {
   option_form m_form;
   walk_handler m_handler;
   uint8_t mft_entries_ctx::*m_flag = nullptr;  // plain switches set this byte and nothing else
+  bool m_unbuilt = false;  // parsed, but its feature is not in this build: the run refuses it
 };
+
+constexpr bool unbuilt = true;
 
 using wtext = std::wstring;
 using wlist = std::vector<std::wstring>;
@@ -214,24 +211,20 @@ const walk_option k_head_group[] = {
        c.m_hide_dos_fntimes = 1;
        return true;
      }},
-    {L"", form_always, [](mft_entries_ctx& c, const wtext&, wlist&) {
-       c.m_list_separator = widen(c.m_field_separator);
-       return true;
-     }},
     {L"-default_output", form_flag, [](mft_entries_ctx& c, const wtext&, wlist&) {
-       c.m_list_separator = L"|";
        set_value_separators(c, '|', ';');
        c.m_fmt_l2t = c.m_fmt_bodyfile = 0;
        set_output_kind(c, &mft_entries_ctx::m_default_output);
        return true;
      }},
-    {L"-filepath_only", form_flag, [](mft_entries_ctx& c, const wtext&, wlist&) {
-       c.m_list_separator = L"|";
+    {L"-filepath_only", form_flag,
+     [](mft_entries_ctx& c, const wtext&, wlist&) {
        set_value_separators(c, 0, 0);
        c.m_fmt_l2t = c.m_fmt_bodyfile = 0;
        set_output_kind(c, &mft_entries_ctx::m_filepath_only);
        return true;
-     }},
+     },
+     nullptr, unbuilt},
     {L"", form_always, [](mft_entries_ctx& c, const wtext&, wlist&) {
        // The timeline and CSV formats cancel the per-path, path-only, hash and default layouts.
        if (c.m_fmt_csv) set_output_kind(c, nullptr);
@@ -243,13 +236,14 @@ const walk_option k_head_group[] = {
        c.m_follow_ref_inode = 1;
        return true;
      }},
-    {L"-csvperpath", form_flag, [](mft_entries_ctx& c, const wtext&, wlist&) {
-       c.m_list_separator = L"|";
+    {L"-csvperpath", form_flag,
+     [](mft_entries_ctx& c, const wtext&, wlist&) {
        set_value_separators(c, '|', ';');
        c.m_fmt_l2t = c.m_fmt_bodyfile = 0;
        set_output_kind(c, &mft_entries_ctx::m_csvperpath);
        return true;
-     }},
+     },
+     nullptr, unbuilt},
     {L"-verbose", form_flag, [](mft_entries_ctx& c, const wtext&, wlist&) {
        c.m_verbose = 1;
        return true;
@@ -294,15 +288,15 @@ const walk_option k_head_group[] = {
 };
 
 const walk_option k_walk_options[] = {
-    {L"-raw", form_flag, nullptr, &mft_entries_ctx::m_copy_raw},
-    {L"-skip_sparse_clusters", form_flag, nullptr, &mft_entries_ctx::m_skip_sparse},
-    {L"-regen_mft", form_flag, nullptr, &mft_entries_ctx::m_regen_mft},
+    {L"-raw", form_flag, nullptr, &mft_entries_ctx::m_copy_raw, unbuilt},
+    {L"-skip_sparse_clusters", form_flag, nullptr, &mft_entries_ctx::m_skip_sparse, unbuilt},
+    {L"-regen_mft", form_flag, nullptr, &mft_entries_ctx::m_regen_mft, unbuilt},
     {L"-filter_deleted_files", form_flag, [](mft_entries_ctx& c, const wtext&, wlist&) {
        c.m_filter_deleted = c.m_and_logic = 1;
        return true;
      }},
-    {L"-use_orig_ext", form_flag, nullptr, &mft_entries_ctx::m_use_orig_ext},
-    {L"-action_copy_files", form_value, copy_files_option},
+    {L"-use_orig_ext", form_flag, nullptr, &mft_entries_ctx::m_use_orig_ext, unbuilt},
+    {L"-action_copy_files", form_value, copy_files_option, nullptr, unbuilt},
     {L"-filter_start_time", form_value, [](mft_entries_ctx& c, const wtext& v, wlist&) {
        uint64_t start = read_filter_time(v, "00:00:00");
        if (start) c.m_filter_start_time = start;
@@ -344,19 +338,23 @@ const walk_option k_walk_options[] = {
        return true;
      }},
     {L"-action_include_zoneinfo", form_flag, nullptr, &mft_entries_ctx::m_include_zoneinfo},
-    {L"-action_include_ownersid", form_flag, nullptr, &mft_entries_ctx::m_include_ownersid},
-    {L"-action_include_header", form_flag, [](mft_entries_ctx& c, const wtext&, wlist&) {
+    {L"-action_include_ownersid", form_flag, nullptr, &mft_entries_ctx::m_include_ownersid, unbuilt},
+    {L"-action_include_header", form_flag,
+     [](mft_entries_ctx& c, const wtext&, wlist&) {
        c.m_metadata_only = 0;
        c.m_include_header = 1;
        c.m_header_size = 32;
        return true;
-     }},
-    {L"-action_find_strings_in_hdr", form_flag, [](mft_entries_ctx& c, const wtext&, wlist&) {
+     },
+     nullptr, unbuilt},
+    {L"-action_find_strings_in_hdr", form_flag,
+     [](mft_entries_ctx& c, const wtext&, wlist&) {
        c.m_metadata_only = 0;
        c.m_include_header = c.m_header_strings = 1;
        c.m_header_size = 256;
        return true;
-     }},
+     },
+     nullptr, unbuilt},
     {L"-action_include_clusterinfo", form_flag, [](mft_entries_ctx& c, const wtext&, wlist&) {
        c.m_metadata_only = 0;
        c.m_include_clusterinfo = 1;
@@ -364,22 +362,20 @@ const walk_option k_walk_options[] = {
      }},
     {L"-hexdump", form_flag, nullptr, &mft_entries_ctx::m_hexdump},
     // Tried twice: a second -filter_file on the line replaces the list of the first.
-    {L"-filter_file", form_value, [](mft_entries_ctx& c, const wtext& v, wlist&) {
-       c.m_filter_file = split_list(v);
-       return true;
-     }},
-    {L"-filter_file", form_value, [](mft_entries_ctx& c, const wtext& v, wlist&) {
-       c.m_filter_file = split_list(v);
-       return true;
-     }},
-    {L"-filter_dir_recurse", form_value, [](mft_entries_ctx& c, const wtext& v, wlist&) {
+    {L"-filter_file", form_value, filter_file_option, nullptr, unbuilt},
+    {L"-filter_file", form_value, filter_file_option, nullptr, unbuilt},
+    {L"-filter_dir_recurse", form_value,
+     [](mft_entries_ctx& c, const wtext& v, wlist&) {
        c.m_filter_dir_recurse = split_list(v);
        return true;
-     }},
-    {L"-filter_dir", form_value, [](mft_entries_ctx& c, const wtext& v, wlist&) {
+     },
+     nullptr, unbuilt},
+    {L"-filter_dir", form_value,
+     [](mft_entries_ctx& c, const wtext& v, wlist&) {
        c.m_filter_dir = split_list(v);
        return true;
-     }},
+     },
+     nullptr, unbuilt},
     {L"-filter_dir_inode", form_value, [](mft_entries_ctx& c, const wtext& v, wlist&) {
        add_inode_list(c.m_filter_dir_inodes, filter_directory_inode, v);
        return true;
@@ -455,22 +451,30 @@ const walk_option k_walk_options[] = {
        orv::parse_size(narrow(v), c.m_filter_min_ads_size);
        return true;
      }},
-    {L"-find_mft", form_value, [](mft_entries_ctx& c, const wtext& v, wlist&) {
+    {L"-find_mft", form_value,
+     [](mft_entries_ctx& c, const wtext& v, wlist&) {
        c.m_find_mft = 1;
        orv::parse_u64(narrow(v), c.m_mft_start);
        c.m_mft_range = 1;
        c.m_include_header = 1;
        c.m_header_size = 2048;
        return true;
-     }},
+     },
+     nullptr, unbuilt},
     // The value is dropped: only the capture switch is set.
-    {L"-action_include_header_ex", form_value, [](mft_entries_ctx& c, const wtext&, wlist&) {
+    {L"-action_include_header_ex", form_value,
+     [](mft_entries_ctx& c, const wtext&, wlist&) {
        c.m_include_header = 1;
        return true;
-     }},
+     },
+     nullptr, unbuilt},
     {L"-jp", form_flag, nullptr, &mft_entries_ctx::m_jp},
     {L"-lnk", form_flag, nullptr, &mft_entries_ctx::m_lnk},
 };
+
+void note_unbuilt(mft_entries_ctx& c, const std::string& option) {
+  if (c.m_unbuilt_option.empty()) c.m_unbuilt_option = option;
+}
 
 bool run_walk_option(mft_entries_ctx& c, const walk_option& row, std::vector<std::wstring>& list) {
   std::wstring value;
@@ -480,13 +484,16 @@ bool run_walk_option(mft_entries_ctx& c, const walk_option& row, std::vector<std
       return row.m_handler(c, value, list);
     case form_flag:
       if (!find_flag(name, list, false)) return true;
+      if (row.m_unbuilt) note_unbuilt(c, narrow(name));
       if (!row.m_handler) {
         c.*row.m_flag = 1;
         return true;
       }
       return row.m_handler(c, value, list);
     case form_value:
-      return find_value(name, value, list) ? row.m_handler(c, value, list) : true;
+      if (!find_value(name, value, list)) return true;
+      if (row.m_unbuilt) note_unbuilt(c, narrow(name));
+      return row.m_handler(c, value, list);
     case form_repeat:
       while (find_value(name, value, list))
         if (!row.m_handler(c, value, list)) return false;
@@ -530,9 +537,14 @@ int parse_walk_options(mft_entries_ctx& ctx, const std::vector<std::string>& arg
   for (const std::wstring& w : wide) list.push_back(narrow(w));
 
   apply_hashfile(ctx, list);
-  if (find_flag(std::string("-md5"), list, false)) ctx.m_hash_md5 = 1;
-  if (find_flag(std::string("-sha1"), list, false)) ctx.m_hash_sha1 = 1;
-  if (find_flag(std::string("-sha256"), list, false)) ctx.m_hash_sha256 = 1;
+  if (ctx.m_hash_list_format) note_unbuilt(ctx, "-hashfile");
+  for (const auto& hash : {std::make_pair("-md5", &mft_entries_ctx::m_hash_md5),
+                           std::make_pair("-sha1", &mft_entries_ctx::m_hash_sha1),
+                           std::make_pair("-sha256", &mft_entries_ctx::m_hash_sha256)}) {
+    if (!find_flag(std::string(hash.first), list, false)) continue;
+    ctx.*hash.second = 1;
+    note_unbuilt(ctx, hash.first);
+  }
 
   {
     // The results directory exists before the common layer tries the file.
@@ -565,6 +577,11 @@ int parse_walk_options(mft_entries_ctx& ctx, const std::vector<std::string>& arg
     if (!run_walk_option(ctx, row, wide)) break;
   for (const walk_option& row : k_walk_options)
     if (!run_walk_option(ctx, row, wide)) return -1;
+  if (ctx.m_fmt_l2t) note_unbuilt(ctx, "-csvl2t");
+  if (ctx.m_fmt_bodyfile) note_unbuilt(ctx, "-bodyfile");
 
-  return choose_source(ctx, wide);
+  int status = choose_source(ctx, wide);
+  // The list separator follows the field separator, whatever an option set there before.
+  ctx.m_list_separator = orv::to_wide(ctx.m_field_separator);
+  return status;
 }

@@ -1,10 +1,11 @@
 #pragma once
-// A small extracted $MFT assembled from records built in memory, opened as the run's source.
+// A small extracted $MFT assembled from records built in memory, opened as the source of a scan.
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "analysis/orv_scan_state.h"
 #include "run/mft_entries_ctx.h"
 #include "tests/test_util.h"
 
@@ -15,12 +16,19 @@ struct mft_image {
   std::map<uint64_t, std::vector<uint8_t>> m_records;  // record number -> bytes
 
   void put(uint64_t number, const record_builder& builder) { m_records[number] = builder.build(); }
-  // Writes the file (holes are zero-filled) and opens it as `ctx`'s source.
+  // Writes the file (holes are zero-filled); gives its path.
   std::string write(const std::string& dir) const;
 };
 
-// A context whose source is the given image; the context owns nothing else.
-std::unique_ptr<mft_entries_ctx> open_mft(const mft_image& image, const std::string& tag);
+// The options of a run on an extracted $MFT, and its scan with the source open.
+struct mft_run {
+  mft_entries_ctx m_options;
+  scan_state m_scan;
+};
+
+// A run whose source is the given image, opened with the options as `tweak` leaves them.
+std::unique_ptr<mft_run> open_mft(const mft_image& image, const std::string& tag,
+                                  void (*tweak)(mft_entries_ctx&) = nullptr);
 
 // Record 0 ($MFT) with an unnamed data attribute covering `records` records, and root 5.
 void add_system_records(mft_image& image, uint64_t records);

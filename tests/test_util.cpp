@@ -245,12 +245,14 @@ std::string mft_image::write(const std::string& dir) const {
   return path;
 }
 
-std::unique_ptr<mft_entries_ctx> open_mft(const mft_image& image, const std::string& tag) {
-  auto ctx = std::make_unique<mft_entries_ctx>();
-  ctx->m_progress = 0;
-  ctx->m_mftfile_path = orv::to_wide(image.write(make_temp_dir(tag)));
-  if (!ensure_source_open(*ctx)) return nullptr;
-  return ctx;
+std::unique_ptr<mft_run> open_mft(const mft_image& image, const std::string& tag, void (*tweak)(mft_entries_ctx&)) {
+  auto run = std::make_unique<mft_run>();
+  run->m_options.m_progress = 0;
+  run->m_options.m_mftfile_path = orv::to_wide(image.write(make_temp_dir(tag)));
+  if (tweak) tweak(run->m_options);
+  scan_state_for(run->m_scan, run->m_options);
+  if (!ensure_source_open(run->m_options, run->m_scan)) return nullptr;
+  return run;
 }
 
 static const uint64_t k_time = 132000000000000000ull;  // 2019-04-14

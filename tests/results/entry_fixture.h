@@ -20,9 +20,9 @@ inline uint64_t ref(uint64_t number, uint16_t sequence) { return orv::make_ref(n
 inline void set_header(entry_record& e, uint64_t inode, uint16_t sequence, uint16_t flags, uint16_t links = 1) {
   e.m_inode = inode;
   e.m_seq_num = sequence;
-  orv::put_le16(e.m_header.data() + FR_SEQUENCE, sequence);
-  orv::put_le16(e.m_header.data() + FR_FLAGS, flags);
-  orv::put_le16(e.m_header.data() + FR_LINK_COUNT, links);
+  orv::put_le16(e.m_header.m_bytes.data() + 16, sequence);
+  orv::put_le16(e.m_header.m_bytes.data() + 22, flags);
+  orv::put_le16(e.m_header.m_bytes.data() + 18, links);
 }
 
 // Times in the order of the on-disk value: created, modified, MFT modified, accessed.
