@@ -1,5 +1,5 @@
 #pragma once
-// A small extracted $MFT assembled from records built in memory, opened as the source of a scan.
+// A run on a small extracted $MFT built in memory (test_util.h), opened as the source of a scan.
 #include <map>
 #include <memory>
 #include <string>
@@ -10,15 +10,6 @@
 #include "tests/test_util.h"
 
 namespace testutil {
-
-struct mft_image {
-  uint32_t m_record_size = 1024;
-  std::map<uint64_t, std::vector<uint8_t>> m_records;  // record number -> bytes
-
-  void put(uint64_t number, const record_builder& builder) { m_records[number] = builder.build(); }
-  // Writes the file (holes are zero-filled); gives its path.
-  std::string write(const std::string& dir) const;
-};
 
 // The options of a run on an extracted $MFT, and its scan with the source open.
 struct mft_run {

@@ -3,6 +3,7 @@
 // file records built in memory.
 #include <csignal>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -62,6 +63,16 @@ struct record_builder {
   // With `protect`, the last two bytes of every sector move into the array and are replaced by
   // the sequence number, as on disk.
   std::vector<uint8_t> build(bool protect = true) const;
+};
+
+// A small extracted $MFT assembled from records built in memory.
+struct mft_image {
+  uint32_t m_record_size = 1024;
+  std::map<uint64_t, std::vector<uint8_t>> m_records;  // record number -> bytes
+
+  void put(uint64_t number, const record_builder& builder) { m_records[number] = builder.build(); }
+  // Writes the file (holes are zero-filled); gives its path.
+  std::string write(const std::string& dir) const;
 };
 
 }  // namespace testutil

@@ -36,7 +36,7 @@ std::string decoded(const std::vector<uint8_t>& runs, uint64_t first_vcn = 0) {
 
 }  // namespace
 
-TEST(run_decoding, offsets_are_relative_and_signed) {
+TEST(RunDecoding, OffsetsAreRelativeAndSigned) {
   std::vector<uint8_t> a = attribute({0x11, 0x30, 0x60, 0x11, 0x10, 0xF0, 0x21, 0x08, 0x00, 0x01, 0x00}, 100);
   raw_run_list raw;
   ASSERT_TRUE(decode_runs(a.data(), uint32_t(a.size()), raw));
@@ -60,14 +60,14 @@ TEST(run_decoding, offsets_are_relative_and_signed) {
   EXPECT_EQ(decoded(wide), "0@0+7 ");
 }
 
-TEST(run_decoding, holes_follow_the_sparse_rules) {
+TEST(RunDecoding, HolesFollowTheSparseRules) {
   // A first run without offset is a hole, as is a later one whose stored offset is 0.
   EXPECT_EQ(decoded({0x01, 0x05, 0x11, 0x03, 0x20, 0x01, 0x02, 0x11, 0x04, 0x00}), "~0@0+5 32@5+3 ~0@8+2 ~0@10+4 ");
   // A first run with a stored offset of 0 is data at cluster 0 (the boot area).
   EXPECT_EQ(decoded({0x11, 0x04, 0x00}), "0@0+4 ");
 }
 
-TEST(run_decoding, list_ends_with_the_attribute) {
+TEST(RunDecoding, ListEndsWithTheAttribute) {
   // No end byte: the second run would need 3 bytes but only 2 remain.
   EXPECT_EQ(decoded({0x11, 0x02, 0x10, 0x11, 0x03}), "16@0+2 ");
 
@@ -88,7 +88,7 @@ TEST(run_decoding, list_ends_with_the_attribute) {
   EXPECT_FALSE(decode_runs(c.data(), 0, raw));
 }
 
-TEST(counted_decoder, holes_get_lcn_minus_one_and_keep_the_running_lcn) {
+TEST(RunDecoding, CountedDecoderHolesKeepTheRunningLcn) {
   std::vector<uint8_t> bytes = {0x11, 0x04, 0x40, 0x01, 0x02, 0x11, 0x03, 0xF8, 0x00};
   data_run_list l;
   ASSERT_TRUE(decode_run_bytes(bytes.data(), bytes.size(), 10, l, true));
@@ -107,7 +107,7 @@ TEST(counted_decoder, holes_get_lcn_minus_one_and_keep_the_running_lcn) {
   EXPECT_TRUE(l.empty());
 }
 
-TEST(run_lists, merge_sizes_and_sparse_removal) {
+TEST(RunLists, MergeSizesAndSparseRemoval) {
   // Equal VCN: the stored entry wins; VCNs are renumbered from 0 by the counts.
   data_run_list stored = {{100, 0, false, 4}, {200, 4, false, 4}};
   merge_run_lists(stored, {{300, 8, false, 2}, {999, 4, false, 9}, {0, 10, true, 6}});

@@ -5,7 +5,6 @@
 #include <sstream>
 
 #include "ntfs/ntfs.h"
-#include "analysis/orv_attrib_rows.h"
 #include "ntfs/orv_stream.h"
 #include "tests/ntfs/orv_test_volume.h"
 
@@ -109,10 +108,10 @@ bytes joined(bytes a, const bytes& b) {
 
 }  // namespace
 
-using read_stream_test = stream_fixture;
-using copy_attrib_test = stream_fixture;
+using ReadStream = stream_fixture;
+using CopyAttrib = stream_fixture;
 
-TEST_F(read_stream_test, fragmented_runs_with_head_and_tail) {
+TEST_F(ReadStream, FragmentedRunsWithHeadAndTail) {
   data_run_list runs = {run(10, 0, 2), run(3, 2, 3), run(4, 5, 1)};  // clusters 3,4 and 4 again: not adjacent in order
   read_result r = read(runs, 1000, 3 * C + 500);
   ASSERT_TRUE(r.m_ok);
@@ -128,7 +127,7 @@ TEST_F(read_stream_test, fragmented_runs_with_head_and_tail) {
   EXPECT_EQ(r.m_data, expected(m_img, runs, 4 * C + 7, 2 * C - 7));
 }
 
-TEST_F(read_stream_test, holes_read_as_zeros_or_are_skipped) {
+TEST_F(ReadStream, HolesReadAsZerosOrAreSkipped) {
   data_run_list runs = {run(10, 0, 2), run(0, 2, 2, true), run(20, 4, 2)};
   read_result r = read(runs, 0, 6 * C);
   ASSERT_TRUE(r.m_ok);
@@ -152,16 +151,7 @@ TEST_F(read_stream_test, holes_read_as_zeros_or_are_skipped) {
   EXPECT_FALSE(read(runs, 2 * C + 100, C, 0x1).m_ok);
 }
 
-TEST_F(read_stream_test, unit_flags_mark_65536_cluster_boundaries) {
-  data_run_list runs = {run(10, 0, 16), run(30, 65536, 16)};
-  EXPECT_EQ(read(runs, 0, 16 * C).m_flags, 0x38u);
-  read_result r = read(runs, 65536 * C, 4 * C);
-  EXPECT_EQ(r.m_flags, 0x18u);
-  EXPECT_EQ(r.m_data[0], m_img[30 * C]);
-  EXPECT_EQ(read(runs, C, 4 * C).m_flags, 0x8u);
-}
-
-TEST_F(read_stream_test, refusals_and_failed_reads) {
+TEST_F(ReadStream, RefusalsAndFailedReads) {
   data_run_list runs = {run(10, 0, 2), run(5000, 2, 2), run(12, 4, 1)};  // clusters 5000+ are off the image
   read_result r = read(runs, 0, 5 * C);
   ASSERT_TRUE(r.m_ok);
@@ -185,22 +175,7 @@ TEST_F(read_stream_test, refusals_and_failed_reads) {
   EXPECT_FALSE(read_stream(*m_vol, runs, 0, nullptr, length, flags));
 }
 
-TEST_F(copy_attrib_test, resident_value_is_written_whole) {
-  attrib_row row;
-  row.m_type = 0x80;
-  row.m_value = {1, 2, 3, 4, 5};
-  row.m_value_length = 5;
-  copied c = copy(m_vol.get(), row);
-  EXPECT_TRUE(c.m_ok);
-  EXPECT_EQ(c.m_data, row.m_value);
-  EXPECT_EQ(c.m_total, 5u);
-  row.m_value.clear();
-  c = copy(m_vol.get(), row);
-  EXPECT_FALSE(c.m_ok);
-  EXPECT_TRUE(c.m_data.empty());
-}
-
-TEST_F(copy_attrib_test, sizes_follow_real_valid_and_raw) {
+TEST_F(CopyAttrib, SizesFollowRealValidAndRaw) {
   data_run_list runs = {run(40, 0, 1), run(7, 1, 2)};
   copied c = copy(m_vol.get(), data_row(runs, 10000, 10000, 3 * C));
   EXPECT_TRUE(c.m_ok);
@@ -225,59 +200,4 @@ TEST_F(copy_attrib_test, sizes_follow_real_valid_and_raw) {
   out.setstate(std::ios::badbit);
   EXPECT_FALSE(copy_attrib_data(m_vol.get(), data_row(runs, 10, 10, C), out, copy_options(), total));
   EXPECT_EQ(out.str(), "");
-}
-
-TEST_F(copy_attrib_test, holes_as_zeros_or_left_out) {
-  data_run_list runs = {run(10, 0, 2), run(0, 2, 2, true), run(20, 4, 1)};
-  attrib_row row = data_row(runs, 5 * C - 10, 5 * C - 10, 5 * C);
-  EXPECT_EQ(copy(m_vol.get(), row).m_data, expected(m_img, runs, 0, 5 * C - 10));
-  copied c = copy(m_vol.get(), row, with(&copy_options::m_skip_sparse));
-  EXPECT_EQ(c.m_data, joined(expected(m_img, runs, 0, 2 * C), expected(m_img, runs, 4 * C, C)));
-  EXPECT_EQ(c.m_total, 3 * C);
-}
-
-TEST_F(copy_attrib_test, long_fragmented_stream_and_its_observer) {
-  // 40 clusters in five scattered runs, copied through several 16-cluster buffers.
-  data_run_list runs = {run(90, 0, 8), run(2, 8, 8), run(60, 16, 8), run(30, 24, 8), run(110, 32, 8)};
-  uint64_t size = 40 * C - 123;
-  bytes seen;
-  copy_options options;
-  options.m_feed = [](void* user, const uint8_t* b, size_t n) {
-    static_cast<bytes*>(user)->insert(static_cast<bytes*>(user)->end(), b, b + n);
-  };
-  options.m_feed_user = &seen;
-  copied c = copy(m_vol.get(), data_row(runs, size, size, 40 * C), options);
-  EXPECT_TRUE(c.m_ok);
-  EXPECT_EQ(c.m_data, expected(m_img, runs, 0, size));
-  EXPECT_EQ(seen, c.m_data);
-}
-
-TEST_F(copy_attrib_test, index_blocks_are_fixed_up_unless_raw) {
-  // Two INDX blocks at clusters 70 and 71, update sequence array at 0x28 with 9 words.
-  bytes img = m_img;
-  for (uint64_t lcn : {70u, 71u}) {
-    uint8_t* b = img.data() + lcn * C;
-    std::memcpy(b, "INDX", 4);
-    orv::put_le16(b + 4, 0x28);
-    orv::put_le16(b + 6, 9);
-    orv::put_le16(b + 0x28, 0x4242);
-    for (int i = 1; i <= 8; ++i) {
-      b[0x28 + 2 * i] = uint8_t(lcn + i);
-      b[0x28 + 2 * i + 1] = 0x11;
-      orv::put_le16(b + i * 512 - 2, 0x4242);
-    }
-  }
-  testvol::image_file f(img);
-  auto vol = f.raw(C);
-  data_run_list runs = {run(70, 0, 2)};
-  bytes fixed = copy(vol.get(), data_row(runs, 2 * C, 2 * C, 2 * C, 0xA0)).m_data;
-  ASSERT_EQ(fixed.size(), 2 * C);
-  EXPECT_EQ(fixed[510], 71);
-  EXPECT_EQ(fixed[511], 0x11);
-  EXPECT_EQ(fixed[C + 8 * 512 - 2], 72 + 7);
-
-  bytes stored = copy(vol.get(), data_row(runs, 2 * C, 2 * C, 2 * C, 0xA0), with(&copy_options::m_raw)).m_data;
-  EXPECT_EQ(orv::le16(stored.data() + 510), 0x4242);
-  // The same bytes as a data stream are not touched.
-  EXPECT_EQ(copy(vol.get(), data_row(runs, 2 * C, 2 * C, 2 * C, 0x80)).m_data, stored);
 }

@@ -1,0 +1,128 @@
+// Attribute lists: entries read from bytes, and the attributes they place in other records.
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "ntfs/ntfs.h"
+#include "ntfs/orv_attrib_list.h"
+#include "tests/ntfs/orv_test_volume.h"
+
+using testvol::bytes;
+
+namespace {
+
+bytes list_entry(uint32_t type, uint64_t holder, uint16_t sequence, uint16_t id, uint16_t length = 32) {
+  bytes e(32, 0);
+  orv::put_le32(e.data(), type);
+  orv::put_le16(e.data() + 4, length);
+  e[7] = 26;
+  orv::put_le64(e.data() + 16, orv::make_ref(holder, sequence));
+  orv::put_le16(e.data() + 24, id);
+  return e;
+}
+
+bytes joined(std::initializer_list<bytes> parts) {
+  bytes out;
+  for (const bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
+  return out;
+}
+
+// Records held in memory; each pull reports "holder:type:id" of what it was handed.
+struct records {
+  std::map<uint64_t, bytes> m_records;
+  int m_fetches = 0;
+
+  std::string pull(const bytes& list, uint64_t base, bool same_sequence) {
+    attrib_list_rules rules;
+    rules.m_same_sequence = same_sequence;
+    std::string seen;
+    pull_listed_attributes(
+        list.data(), list.size(), base, rules,
+        [this](uint64_t number, std::vector<uint8_t>& out) {
+          ++m_fetches;
+          auto found = m_records.find(number);
+          if (found == m_records.end()) return false;
+          out = found->second;
+          return true;
+        },
+        [&](const uint8_t*, size_t, const uint8_t* attribute, uint32_t, uint64_t holder) {
+          seen += std::to_string(holder) + ":" + std::to_string(orv::le32(attribute)) + ":" +
+                  std::to_string(orv::le16(attribute + 14)) + " ";
+        });
+    return seen;
+  }
+};
+
+bytes extension(uint16_t sequence, std::initializer_list<std::pair<uint32_t, int>> attributes) {
+  testutil::record_builder b;
+  b.m_sequence = sequence;
+  b.m_base_ref = orv::make_ref(40, 1);
+  for (const auto& a : attributes) b.resident(a.first, {1, 2, 3, 4}, u"", a.second);
+  return b.build(false);
+}
+
+}  // namespace
+
+TEST(AttributeList, EntryFields) {
+  bytes e = list_entry(0x80, 0x123456789Aull, 9, 4);
+  orv::put_le64(e.data() + 8, 77);
+  const attrib_list_entry entry(orv::byte_span(e.data(), e.size()));
+  EXPECT_EQ(entry.type(), 0x80u);
+  EXPECT_EQ(entry.length(), 32u);
+  EXPECT_EQ(entry.name_offset(), 26u);
+  EXPECT_EQ(entry.first_vcn(), 77u);
+  EXPECT_EQ(entry.holder(), 0x123456789Aull);
+  EXPECT_EQ(entry.holder_sequence(), 9u);
+  EXPECT_EQ(entry.attrib_id(), 4u);
+}
+
+TEST(AttributeList, PullsEachListedAttributeOnce) {
+  records r;
+  r.m_records[41] = extension(2, {{0x30, 3}, {0x80, 5}});
+  r.m_records[42] = extension(1, {{0x80, 0}});
+  // The base's own entry, two from 41, one from 42 (whose sequence the list gives wrongly), one
+  // naming an id that 41 does not hold, and the first one over and over, as a damaged list can.
+  bytes list = joined({list_entry(0x10, 40, 1, 0), list_entry(0x30, 41, 2, 3), list_entry(0x80, 41, 2, 5),
+                       list_entry(0x80, 42, 7, 0), list_entry(0x80, 41, 2, 9)});
+  for (int i = 0; i < 500; ++i) list = joined({list, list_entry(0x30, 41, 2, 3)});
+  EXPECT_EQ(r.pull(list, 40, false), "41:48:3 41:128:5 42:128:0 ");
+  EXPECT_LE(r.m_fetches, 4);  // consecutive entries naming one record read it once
+  // $MFT's own extents are never taken from a reused record.
+  EXPECT_EQ(r.pull(list, 40, true), "41:48:3 41:128:5 ");
+}
+
+TEST(AttributeList, DamagedListsEndTheWalk) {
+  records r;
+  r.m_records[41] = extension(2, {{0x80, 5}});
+  // An entry shorter than its own header ends the list: stepping by it would read a record for
+  // nearly every byte.
+  EXPECT_EQ(r.pull(joined({list_entry(0x30, 41, 2, 7, 10), list_entry(0x80, 41, 2, 5)}), 40, false), "");
+  // An entry longer than what is left is taken, then the walk ends.
+  EXPECT_EQ(r.pull(list_entry(0x80, 41, 2, 5, 4000), 40, false), "41:128:5 ");
+  // The holder is no "FILE" record, or cannot be read.
+  bytes other = r.m_records[41];
+  std::memcpy(other.data(), "BAAD", 4);
+  r.m_records[43] = other;
+  EXPECT_EQ(r.pull(joined({list_entry(0x80, 43, 2, 5), list_entry(0x80, 44, 2, 5)}), 40, false), "");
+  EXPECT_EQ(r.pull(bytes(20, 0xFF), 40, false), "");
+}
+
+// A list whose runs claim 2^32 clusters is read no further than the source holds.
+TEST(AttributeList, NonResidentValueBoundedByTheSource) {
+  testvol::image img(64);
+  img.boot();
+  img.put_record({{4, 4}}, 0, testvol::mft_record({{4, 4}}, img.cluster()).build());
+  bytes entries = joined({list_entry(0x80, 7, 1, 0), list_entry(0x30, 8, 1, 2)});
+  img.put(30 * img.cluster(), entries);
+  testvol::image_file file(img.m_bytes);
+  std::unique_ptr<CNtfs> volume = file.open();
+  ASSERT_TRUE(volume);
+  testutil::record_builder b;
+  b.nonresident(0x20, testvol::encode_runs({{30, 1}, {31, 0xFFFFFFFFu}}), 0, entries.size(), entries.size());
+  const bytes record = b.build(false);
+  const uint8_t* attribute = record.data() + orv::le16(record.data() + 20);
+  std::vector<uint8_t> value;
+  ASSERT_TRUE(read_attrib_list_value(*volume, orv::byte_span(attribute, orv::le32(attribute + 4)), value));
+  EXPECT_LE(value.size(), img.m_bytes.size());
+  EXPECT_TRUE(std::equal(entries.begin(), entries.end(), value.begin()));
+}
