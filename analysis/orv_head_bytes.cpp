@@ -7,7 +7,6 @@
 #include "ntfs/ntfs.h"
 #include "ntfs/orv_attrib.h"
 #include "ntfs/orv_stream.h"
-#include "ntfs/orv_stream.h"
 #include "run/mft_entries_ctx.h"
 
 void read_head_bytes(entry_record& entry, const mft_entries_ctx& options, const scan_state& scan) {

@@ -1,9 +1,10 @@
 // Timestamp anomaly analysis. Tools that rewrite a file's times usually reach only the standard
 // information; the file-name times stay behind. Comparing the two within one record leaves one
 // short warning for the writers. The first rule that fires decides.
+#include "analysis/orv_time_analysis.h"
+
 #include "analysis/entry_record.h"
 #include "analysis/orv_filters.h"
-#include "analysis/orv_time_analysis.h"
 #include "base/orv_time.h"
 
 namespace {

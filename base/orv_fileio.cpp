@@ -1,10 +1,11 @@
 #include "base/orv_fileio.h"
 
-#include <algorithm>
-#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
 
 #include "base/orv_string.h"
 

@@ -1,12 +1,14 @@
 // Path helpers: directory creation, splitting, normalisation of input paths, %NAME% expansion.
-#include <cerrno>
-#include <cstdlib>
-#include <string>
+#include "base/orv_path.h"
+
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
-#include "base/orv_path.h"
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+
 #include "base/orv_string.h"
 
 namespace orv {

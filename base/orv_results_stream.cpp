@@ -1,8 +1,9 @@
 #include "base/orv_results_stream.h"
 
-#include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 results_stream::results_stream() { m_buffer.reserve(k_flush_size + 4096); }
 

@@ -2,10 +2,11 @@
 // and the readers of start/stop date arguments.
 #include "base/orv_time.h"
 
+#include <sys/time.h>
+
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <sys/time.h>
 
 #include "base/orv_le.h"
 #include "base/orv_string.h"

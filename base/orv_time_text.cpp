@@ -1,10 +1,11 @@
 // Date and time text under the -dateformat / -timeformat patterns. The parsed state drives the
 // cell formatter used for every row; format_by_pattern is the slower fallback for an unparsed one.
+#include "base/orv_time_text.h"
+
 #include <cstring>
 
 #include "base/orv_string.h"
 #include "base/orv_time.h"
-#include "base/orv_time_text.h"
 
 namespace orv {
 

@@ -48,16 +48,16 @@ inline uint32_t input_hash(const uint8_t* data, size_t size) {
 
 // Output options of one run, chosen by `bits`.
 inline void add_run_options(std::vector<std::string>& args, uint32_t bits) {
-  static const char* const formats[] = {nullptr, "-csv", "-bodyfile", "-csvl2t"};
+  static const char* const formats[] = {nullptr, "-csv", "-no_whitespace", "-pair_datetime"};
   if (const char* f = formats[bits & 3]) args.push_back(f);
-  if (bits & 0x04) args.push_back("-action_include_header");
+  if (bits & 0x04) args.push_back("-filerecord_offset");
   if (bits & 0x08) args.push_back("-filter_deleted_files");
   if (bits & 0x10) args.push_back("-action_include_zoneinfo");
   if (bits & 0x20) args.push_back("-action_include_clusterinfo");
   if (bits & 0x40) args.insert(args.end(), {"-filter_ext", "txt|exe"});
   if (bits & 0x80) args.push_back("-base10");
   if (bits & 0x100) args.insert(args.end(), {"-filter_sig", "mz|hive|sqlite"});
-  if (bits & 0x200) args.push_back("-action_include_ownersid");
+  if (bits & 0x200) args.push_back("-hide_dos_fntimes");
   args.insert(args.end(), {"-quiet", "-out", "/dev/null"});
 }
 

@@ -1,17 +1,20 @@
-// A volume on an in-memory image: validation, record reads through the $MFT runs, the record
-// summaries, attribute rows and their content, and selection with the default writer.
+// A volume on an in-memory image: validation with the $MFT attribute list, record reads through
+// the $MFT runs, the record summaries, attribute rows and their content, the cluster bitmap, and
+// selection with the default writer.
 #include <ostream>
 #include <streambuf>
 
 #include "analysis/entry_record.h"
+#include "analysis/orv_attrib_rows.h"
 #include "analysis/orv_mft_scan.h"
-#include "base/orv_string.h"
+#include "analysis/orv_scan_state.h"
 #include "base/orv_results_stream.h"
+#include "base/orv_string.h"
 #include "fuzz/fuzz_common.h"
 #include "ntfs/ntfs.h"
-#include "analysis/orv_attrib_rows.h"
 #include "ntfs/orv_filerec.h"
 #include "ntfs/orv_stream.h"
+#include "results/orv_default_results.h"
 #include "run/mft_entries_ctx.h"
 
 namespace {
@@ -27,9 +30,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (!file.ok()) return 0;
   std::unique_ptr<CNtfs> volume = open_volume_path(orv::to_wide(file.path()), 0);
   if (!volume) return 0;
-  uint32_t bits = fuzz::input_hash(data, size);
-  volume->get_last_allocated_indo_per_mftbitmap();
-  uint64_t count = std::min<uint64_t>(volume->mft_inode_count(), 48);
+  const uint32_t bits = fuzz::input_hash(data, size);
+  std::vector<uint8_t> bitmap;
+  volume->read_cluster_bitmap(bitmap);
+  const uint64_t count = std::min<uint64_t>(volume->mft_inode_count(), 48);
 
   null_buffer sink;
   std::ostream null_out(&sink);
@@ -52,27 +56,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
   }
 
-  mft_entries_ctx ctx;
-  ctx.m_volume = volume.get();
-  ctx.m_owns_volume = 0;
-  ctx.m_progress = 0;
-  ctx.m_fmt_csv = (bits >> 3) & 1;
-  ctx.m_include_header = (bits >> 4) & 1;
-  ctx.m_header_size = 32;
-  ctx.m_include_zoneinfo = (bits >> 5) & 1;
-  ctx.m_source_open = 1;
-  ctx.m_record_size = volume->record_size();
+  mft_entries_ctx options;
+  options.m_progress = 0;
+  options.m_fmt_csv = (bits >> 3) & 1;
+  options.m_include_header = (bits >> 4) & 1;
+  options.m_header_size = 32;
+  options.m_include_zoneinfo = (bits >> 5) & 1;
+  scan_state scan;
+  scan_state_for(scan, options);
+  scan.m_source.lend_volume(volume.get());
   results_stream out;
   if (out.open_file("/dev/null")) {
+    default_writer writer(options, out);
     entry_record entry;
     for (uint64_t i = 0; i < count; ++i) {
       bool bad = false;
-      if (!mft_fixup_read(record, bad, ctx, i) || record.empty()) continue;
-      if (select_record(entry, record, uint32_t(record.size()), i, ctx)) write_selected(entry, out, ctx);
+      if (!mft_fixup_read(record, bad, scan.m_source, i, scan.log()) || record.empty()) continue;
+      if (select_record(entry, record, uint32_t(record.size()), i, options, scan)) write_default_results(entry, scan, writer);
     }
     out.close();
   }
-  ctx.m_volume = nullptr;
-  ctx.m_source_open = 0;
   return 0;
 }

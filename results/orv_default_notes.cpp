@@ -1,4 +1,3 @@
-#include "base/orv_string.h"
 #include "results/orv_default_notes.h"
 
 #include <cstring>
@@ -9,6 +8,7 @@
 #include "analysis/orv_scan_state.h"
 #include "analysis/orv_zone.h"
 #include "base/orv_le.h"
+#include "base/orv_string.h"
 #include "results/result_row.h"
 #include "run/mft_entries_ctx.h"
 

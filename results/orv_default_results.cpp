@@ -1,6 +1,5 @@
 // The default results: a per-file timeline, one row per distinct instant of a record's standard
 // information and file-name times, and within an instant one row per name that reached it.
-#include "base/orv_string.h"
 #include "results/orv_default_results.h"
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 #include "analysis/orv_paths.h"
 #include "base/orv_le.h"
 #include "base/orv_results_stream.h"
+#include "base/orv_string.h"
 #include "results/orv_default_notes.h"
 #include "results/orv_result_cells.h"
 #include "results/result_row.h"

@@ -1,7 +1,7 @@
-#include "base/orv_time_text.h"
 #include "results/orv_result_cells.h"
 
 #include "base/orv_time.h"
+#include "base/orv_time_text.h"
 
 // The cell writers and the text helpers of result_row.h.
 

@@ -1,6 +1,4 @@
 // Argument search, -script files and the option table shared by the tool family.
-#include "base/orv_path.h"
-#include "base/orv_time_text.h"
 #include "run/cmd_params.h"
 
 #include <fcntl.h>
@@ -11,8 +9,10 @@
 #include <cstring>
 #include <cwctype>
 
-#include "base/orv_string.h"
 #include "base/orv_fileio.h"
+#include "base/orv_path.h"
+#include "base/orv_string.h"
+#include "base/orv_time_text.h"
 
 namespace {
 

@@ -1,6 +1,4 @@
 // The road of one run: options, banner, results stream, the choice of scans, teardown.
-#include "analysis/orv_unalloc_scan.h"
-#include "base/orv_path.h"
 #include "run/orv_driver.h"
 
 #include <fcntl.h>
@@ -14,9 +12,10 @@
 #include "analysis/orv_scan_state.h"
 #include "analysis/orv_unalloc_scan.h"
 #include "base/orv_console.h"
+#include "base/orv_path.h"
+#include "base/orv_results_stream.h"
 #include "base/orv_string.h"
 #include "base/orv_version.h"
-#include "base/orv_results_stream.h"
 #include "results/orv_default_results.h"
 #include "run/mft_entries_ctx.h"
 #include "run/orv_instances.h"

@@ -1,5 +1,7 @@
 // -cpu runs: the record range cut into slices, one child process of this program per slice,
 // and the children's results merged in slice order into the -out file.
+#include "run/orv_instances.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,9 +18,8 @@
 #include "base/orv_console.h"
 #include "base/orv_path.h"
 #include "base/orv_string.h"
-#include "run/orv_driver.h"
 #include "run/mft_entries_ctx.h"
-#include "run/orv_instances.h"
+#include "run/orv_driver.h"
 
 namespace {
 

@@ -1,4 +1,6 @@
 // Choosing the source of a run and checking the volume on it before anything is written.
+#include "run/orv_source_choice.h"
+
 #include <cstdio>
 #include <cstring>
 #include <sstream>
@@ -6,7 +8,6 @@
 #include "base/orv_path.h"
 #include "base/orv_string.h"
 #include "run/mft_entries_ctx.h"
-#include "run/orv_source_choice.h"
 #include "storage/orv_disk_structs.h"
 #include "storage/orv_raw_disk_io.h"
 #include "storage/orv_validate_volume.h"

@@ -1,4 +1,6 @@
 // The walk's own options: from the raw arguments to a filled mft_entries_ctx.
+#include "run/orv_walk_options.h"
+
 #include <cstdio>
 #include <cstring>
 #include <cwctype>
@@ -6,11 +8,10 @@
 #include "base/orv_path.h"
 #include "base/orv_string.h"
 #include "base/orv_time.h"
-#include "ntfs/orv_mft_file_reader.h"
 #include "ntfs/ntfs.h"
+#include "ntfs/orv_mft_file_reader.h"
 #include "run/mft_entries_ctx.h"
 #include "run/orv_source_choice.h"
-#include "run/orv_walk_options.h"
 #include "storage/orv_disk_structs.h"
 #include "storage/orv_raw_disk_io.h"
 

@@ -1,12 +1,13 @@
 // Whether a byte offset on a source names a usable NTFS volume, and if not, which offsets do.
 // The tool never picks a volume out of a partitioned disk by itself: it lists the rows and
 // suggests an -offset.
+#include "storage/orv_validate_volume.h"
+
 #include <cinttypes>
 #include <cstdio>
 
 #include "storage/orv_disk_structs.h"
 #include "storage/orv_raw_disk_io.h"
-#include "storage/orv_validate_volume.h"
 
 namespace {
 

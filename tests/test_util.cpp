@@ -1,8 +1,8 @@
+#include "tests/test_util.h"
+
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include "tests/test_util.h"
 
 #include <cstdio>
 #include <cstdlib>

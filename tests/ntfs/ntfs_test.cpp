@@ -1,8 +1,7 @@
 // Volume validation, geometry, record positions and record reads of CNtfs on small built images.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <functional>
+#include <gtest/gtest.h>
 
 #include "ntfs/ntfs.h"
 #include "tests/ntfs/orv_test_volume.h"

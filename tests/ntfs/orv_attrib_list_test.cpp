@@ -1,6 +1,5 @@
 // Attribute lists: entries read from bytes, and the attributes they place in other records.
 #include <gtest/gtest.h>
-
 #include <map>
 
 #include "ntfs/ntfs.h"

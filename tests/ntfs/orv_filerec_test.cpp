@@ -1,13 +1,12 @@
 // Recognising record buffers and applying their fixups, for each kind of reader.
+#include <cstring>
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "base/orv_console.h"
-#include "ntfs/orv_filerec.h"
-#include "ntfs/orv_record_source.h"
 #include "base/orv_le.h"
 #include "base/orv_string.h"
+#include "ntfs/orv_filerec.h"
+#include "ntfs/orv_record_source.h"
 #include "tests/test_util.h"
 
 using namespace testutil;

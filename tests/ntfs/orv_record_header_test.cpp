@@ -1,7 +1,6 @@
 // The file record header read from the bytes ntfs-3g writes, and the validity test of a "FILE".
-#include <gtest/gtest.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 
 #include "ntfs/orv_record_header.h"
 #include "tests/test_util.h"

@@ -1,9 +1,9 @@
 // An extracted $MFT learns its record size from its first record.
 #include <gtest/gtest.h>
 
-#include "ntfs/orv_record_source.h"
 #include "base/orv_le.h"
 #include "base/orv_string.h"
+#include "ntfs/orv_record_source.h"
 #include "tests/test_util.h"
 
 using namespace testutil;

@@ -1,7 +1,6 @@
 // Reading byte ranges through run lists, and copying whole attributes to a stream.
-#include <gtest/gtest.h>
-
 #include <algorithm>
+#include <gtest/gtest.h>
 #include <sstream>
 
 #include "ntfs/ntfs.h"
