@@ -4,7 +4,6 @@
 #include "analysis/orv_time_analysis.h"
 
 #include "analysis/entry_record.h"
-#include "analysis/orv_filters.h"
 #include "base/orv_time.h"
 
 namespace {

@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "analysis/entry_record.h"
-#include "analysis/orv_paths.h"
 #include "base/orv_le.h"
 #include "base/orv_results_stream.h"
 #include "base/orv_string.h"

@@ -19,7 +19,6 @@
 #include "base/orv_path.h"
 #include "base/orv_string.h"
 #include "run/mft_entries_ctx.h"
-#include "run/orv_driver.h"
 
 namespace {
 

@@ -8,7 +8,6 @@
 #include "base/orv_path.h"
 #include "base/orv_string.h"
 #include "run/mft_entries_ctx.h"
-#include "storage/orv_disk_structs.h"
 #include "storage/orv_raw_disk_io.h"
 #include "storage/orv_validate_volume.h"
 

@@ -8,8 +8,6 @@
 #include "base/orv_path.h"
 #include "base/orv_string.h"
 #include "base/orv_time.h"
-#include "ntfs/ntfs.h"
-#include "ntfs/orv_mft_file_reader.h"
 #include "run/mft_entries_ctx.h"
 #include "run/orv_source_choice.h"
 #include "storage/orv_disk_structs.h"
