@@ -67,10 +67,8 @@ TEST(Cli, UsageOnNoArgumentsAndOnHelpOptionsAnyCase) {
 TEST(Cli, NoSourceNamedPrintsTheErrorAndStillEndsWithZero) {
   auto r = run_brimlock("-csv");
   EXPECT_EQ(r.status, 0);
-  EXPECT_NE(r.err.find("error: need to specify at least an input source [-mftfile, -image, -drivenum, -partition, "
-                       "-vmdk]\n"),
-            std::string::npos)
-      << r.err;
+  EXPECT_EQ(r.err.find("error: need to specify at least an input source [-mftfile, -image, -drivenum, -partition, "
+                       "-vmdk]\n"), 0u) << r.err;
   // Only the banner on standard output: nothing was opened.
   EXPECT_EQ(r.out.compare(0, 24, "brimlock ver: 0.95\n\"cmd:"), 0) << r.out;
   EXPECT_EQ(r.out.substr(r.out.size() - 7), " -csv\"\n") << r.out;
@@ -110,15 +108,27 @@ TEST(Cli, OutToDevNullLeavesTheDeviceInPlace) {
   EXPECT_EQ(r.status, 0) << r.err;
 }
 
+// -cpu 3: three children of the binary, one slice of the records each, merged into the -out file
+// with the rows of a single run.
+TEST(Cli, CpuInstancesMergeToTheRowsOfOneRun) {
+  std::string mft = fixtures::path("feature.mft"), dir = fixtures::scratch_dir("cli_cpu");
+  ASSERT_FALSE(mft.empty());
+  std::string merged[2];
+  for (int cpu : {0, 1}) {
+    auto r = run_brimlock("-mftfile " + q(mft) + " -csv -quiet" + (cpu ? " -cpu 3" : "") + " -out " +
+                          q(dir + "/r.csv"));
+    EXPECT_EQ(r.status, 0) << r.err;
+    merged[cpu] = testutil::read_text(dir + "/r.csv");
+    merged[cpu].erase(0, merged[cpu].find("\n\n"));  // the command lines differ
+  }
+  EXPECT_GT(merged[0].size(), 1000u);
+  EXPECT_EQ(merged[1], merged[0]);
+}
+
 // Status 255, the reason, and the volumes that mmls found listed with the offset to use.
 TEST(VolumeChoice, PartitionedDisksStopWithTheReasonAndTheOffsetToUse) {
-  struct stop_case {
-    const char* image;  // fixture, or "corpus:" and a file of the shared sample disks
-    uint64_t cut;
-    const char* options;
-    const char* parts;  // mmls facts of the volumes listed, or ""
-    const char* text;
-  } const cases[] = {
+  // An image as fixtures::image takes it, options, the mmls facts of the volumes listed (or ""), a text.
+  struct stop_case { const char* image; uint64_t cut; const char *options, *parts, *text; } const cases[] = {
       // The last NTFS partition is suggested, here the logical one in the extended partition.
       {"mbr.img", 0, "", "mbr.parts.tsv", "use option [-offset 0x2c00000]\n"},
       {"mbr.img", 0, "-offset 0x100000", "mbr.parts.tsv",

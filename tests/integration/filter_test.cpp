@@ -46,12 +46,8 @@ TEST(FilterOptions, EachFamilySelectsTheRecordsOfTheFacts) {
   std::set<uint64_t> deleted;  // every record not in use that has standard information
   for (const auto& kv : f.records)
     if (!kv.second.allocated && !kv.second.extension && kv.second.si_present) deleted.insert(kv.first);
-  struct filter_case {
-    const char* options;
-    std::set<uint64_t> want;
-    bool some;         // the facts give at least one record
-    const char* note;  // in the other info of every row
-  } const cases[] = {
+  // The records to select, whether the facts give some at all, a note in every row's other info.
+  struct filter_case { const char* options; std::set<uint64_t> want; bool some; const char* note; } const cases[] = {
       {"-filter_name REPORT", named([](const std::string& n) { return n.find("report") != std::string::npos; }), true,
        "name(report)"},
       // A full name must match whole.

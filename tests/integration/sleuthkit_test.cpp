@@ -12,13 +12,9 @@
 
 namespace {
 
-struct source_row {
-  const char* label;
-  const char* image;    // fixture, or "corpus:" and a file of the shared sample disks
-  uint64_t cut;         // bytes kept of the image, 0 for all
-  const char* options;  // "*" stands for the image
-  const char* facts;
-};
+// The image (a fixture, or "corpus:" and a file of the shared sample disks) is cut to `cut` bytes
+// unless 0; "*" in the options stands for it.
+struct source_row { const char *label, *image; uint64_t cut; const char *options, *facts; };
 void PrintTo(const source_row& s, std::ostream* os) { *os << s.label; }
 
 const source_row kSources[] = {

@@ -23,12 +23,10 @@ bool copy_address(CNtfs& volume, const std::string& address, const copy_options&
   auto parts = orv::split(address, "-", false);
   if (parts.size() != 3) return false;
   uint64_t inode = std::stoull(parts[0]);
-  uint32_t type = uint32_t(std::stoul(parts[1]));
-  uint16_t id = uint16_t(std::stoul(parts[2]));
   std::vector<attrib_row> rows;
   if (!list_attribs(volume, inode, rows, true)) return false;
   for (const attrib_row& row : rows) {
-    if (row.m_type != type || row.m_id != id) continue;
+    if (row.m_type != std::stoul(parts[1]) || row.m_id != std::stoul(parts[2])) continue;
     std::ostringstream stream;
     uint64_t total = 0;
     if (!copy_attrib_data(&volume, row, stream, options, total)) return false;
