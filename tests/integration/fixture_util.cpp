@@ -64,15 +64,15 @@ std::string corpus_dir() {
   return exists(dir + "/README.md") ? dir : "";
 }
 
-std::string image(const std::string& spec, uint64_t cut) {
-  if (spec.compare(0, 7, "corpus:") == 0) {
-    std::string name = "corpus/" + spec.substr(7), gz = corpus_dir() + "/" + spec.substr(7) + ".gz";
+std::string image(const std::string& which, uint64_t cut) {
+  if (which.compare(0, 7, "corpus:") == 0) {
+    std::string name = "corpus/" + which.substr(7), gz = corpus_dir() + "/" + which.substr(7) + ".gz";
     if (exists(BRIMLOCK_WORK_DIR "/" + name)) return BRIMLOCK_WORK_DIR "/" + name;
     return corpus_dir().empty() || !exists(gz) ? "" : make_file("gzip -dc " + q(gz), name);
   }
-  std::string src = path(spec), size = std::to_string(cut);
+  std::string src = path(which), size = std::to_string(cut);
   if (!cut || src.empty()) return src;
-  return make_file("head -c " + size + " " + q(src), "cut/" + spec + "." + size);
+  return make_file("head -c " + size + " " + q(src), "cut/" + which + "." + size);
 }
 
 std::vector<const fact_name*> facts::names_of(uint64_t inode) const {

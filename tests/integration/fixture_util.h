@@ -17,7 +17,7 @@ std::string path(const std::string& name);
 std::string corpus_dir();
 // The image a test table names: a fixture, cut to `cut` bytes unless 0, or "corpus:" and a file
 // of the shared sample disks (a decompressed copy). "" when missing.
-std::string image(const std::string& spec, uint64_t cut = 0);
+std::string image(const std::string& which, uint64_t cut = 0);
 // Directory for scratch files of one test (created, emptied first).
 std::string scratch_dir(const std::string& tag);
 
