@@ -1,10 +1,12 @@
-// The program driver seen from outside: usage text, the missing-source message, and a results
-// file that is a device.
+// The program seen from outside: usage text, messages and exit statuses, the banner, a results
+// file that is a device, and the stop on a partitioned disk without a usable -offset.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <set>
 #include <string>
 
 #include "tests/integration/fixture_util.h"
@@ -15,8 +17,6 @@ using fixtures::run_brimlock;
 namespace {
 
 const char* const kUsageLines[] = {
-    "usage:\n",
-    "\n",
     " Running 'brimlock' on an extracted $MFT file\n",
     "  brimlock -mftfile <name> [-opts]        = source is extract $MFT file\n",
     " Running 'brimlock' on a disk/partition image captured w/ a 'dd' type tool\n",
@@ -38,23 +38,16 @@ const char* const kUsageLines[] = {
     "         [-separate_files]      = don't merge; each instance is separate file\n",
 };
 
+// On standard error only: 77 hyphens, a blank line, the banner, a blank line, the text, which
+// ends with the blank line after the -cpu block.
 void expect_usage(const testutil::run_result& r) {
   EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.out, "") << "usage goes to standard error only";
-  // A line of 77 hyphens, a blank line, the banner line, a blank line, then the text.
-  ASSERT_EQ(r.err.compare(0, 78, std::string(77, '-') + "\n"), 0) << r.err.substr(0, 200);
-  EXPECT_EQ(r.err.compare(78, 1, "\n"), 0);
-  size_t banner_end = r.err.find('\n', 79);
-  ASSERT_NE(banner_end, std::string::npos);
-  std::string banner = r.err.substr(79, banner_end - 79);
-  EXPECT_NE(banner.find("brimlock"), std::string::npos) << banner;
-  EXPECT_NE(banner.find("ver: 0.95"), std::string::npos) << banner;
-  EXPECT_EQ(r.err.compare(banner_end + 1, 8, "\nusage:\n"), 0) << r.err.substr(banner_end, 40);
+  EXPECT_EQ(r.out, "");
+  const std::string head = std::string(77, '-') + "\n\nbrimlock ver: 0.95\n\nusage:\n";
+  EXPECT_EQ(r.err.compare(0, head.size(), head), 0) << r.err.substr(0, 200);
   for (const char* line : kUsageLines) EXPECT_NE(r.err.find(line), std::string::npos) << "missing usage line: " << line;
-  // The text ends with the blank line after the -cpu block.
   std::string tail = "         [-separate_files]      = don't merge; each instance is separate file\n\n";
-  ASSERT_GE(r.err.size(), tail.size());
-  EXPECT_EQ(r.err.substr(r.err.size() - tail.size()), tail);
+  EXPECT_TRUE(r.err.size() > tail.size() && r.err.substr(r.err.size() - tail.size()) == tail);
 }
 
 }  // namespace
@@ -62,78 +55,114 @@ void expect_usage(const testutil::run_result& r) {
 TEST(Cli, UsageOnNoArgumentsAndOnHelpOptionsAnyCase) {
   auto bare = run_brimlock("");
   expect_usage(bare);
-  for (const char* opt : {"-HELP", "-h", "--help", "/?", "-Help"}) {
-    SCOPED_TRACE(opt);
-    auto r = run_brimlock(q(opt));
+  // Any case, and anywhere: a help option wins over a source.
+  for (const char* opts : {"-HELP", "-h", "--help", "'/?'", "-Help", "-mftfile x -csv -help"}) {
+    SCOPED_TRACE(opts);
+    auto r = run_brimlock(opts);
     expect_usage(r);
     EXPECT_EQ(r.err, bare.err);
   }
-  // A help option anywhere wins over a source.
-  std::string mft = fixtures::path("feature.mft");
-  ASSERT_FALSE(mft.empty());
-  auto r = run_brimlock("-mftfile " + q(mft) + " -csv -help");
-  expect_usage(r);
 }
 
 TEST(Cli, NoSourceNamedPrintsTheErrorAndStillEndsWithZero) {
   auto r = run_brimlock("-csv");
   EXPECT_EQ(r.status, 0);
-  EXPECT_NE(r.err.find("error: need to specify at least an input source [-mftfile, -image, -drivenum, -partition, "
-                       "-vmdk]\n"),
-            std::string::npos)
-      << r.err;
-  // The banner is on standard output: the banner line and the quoted command line.
-  size_t nl = r.out.find('\n');
-  ASSERT_NE(nl, std::string::npos) << r.out;
-  std::string banner = r.out.substr(0, nl);
-  EXPECT_NE(banner.find("brimlock"), std::string::npos);
-  EXPECT_NE(banner.find("ver: 0.95"), std::string::npos);
-  size_t nl2 = r.out.find('\n', nl + 1);
-  ASSERT_NE(nl2, std::string::npos);
-  std::string cmd = r.out.substr(nl + 1, nl2 - nl - 1);
-  ASSERT_GE(cmd.size(), 2u);
-  EXPECT_EQ(cmd.front(), '"');
-  EXPECT_EQ(cmd.back(), '"');
-  EXPECT_NE(cmd.find("-csv"), std::string::npos);
-  // No rows: nothing was opened.
-  EXPECT_EQ(r.out.find("0x00000000"), std::string::npos);
+  EXPECT_EQ(r.err.find("error: need to specify at least an input source [-mftfile, -image, -drivenum, -partition, "
+                       "-vmdk]\n"), 0u) << r.err;
+  // Only the banner on standard output: nothing was opened.
+  EXPECT_EQ(r.out.compare(0, 24, "brimlock ver: 0.95\n\"cmd:"), 0) << r.out;
+  EXPECT_EQ(r.out.substr(r.out.size() - 7), " -csv\"\n") << r.out;
+  EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 2);
 }
 
-TEST(Cli, UnknownOptionsAreIgnoredAndArgumentsWithBlanksEchoQuoted) {
-  std::string mft = fixtures::path("feature.mft");
-  ASSERT_FALSE(mft.empty());
-  std::string dir = fixtures::scratch_dir("cli_echo");
-  std::string out = dir + "/with blank.csv";
-  auto r = run_brimlock("-mftfile " + q(mft) + " -csv -no_such_option -out " + q(out));
+TEST(Cli, ResultsOnStandardOutputCarryTheBannerOnceAndUnknownOptionsAreIgnored) {
+  ASSERT_FALSE(fixtures::path("rec4k.mft").empty());
+  std::string mft = fixtures::scratch_dir("cli_echo") + "/with blank.mft";
+  testutil::write_text(mft, testutil::read_text(fixtures::path("rec4k.mft")));
+  auto r = run_brimlock("-mftfile " + q(mft) + " -csv -no_such_option");
   EXPECT_EQ(r.status, 0) << r.err;
-  std::string text = testutil::read_text(out);
-  size_t nl = text.find('\n');
-  ASSERT_NE(nl, std::string::npos);
-  size_t nl2 = text.find('\n', nl + 1);
-  ASSERT_NE(nl2, std::string::npos);
-  std::string cmd = text.substr(nl + 1, nl2 - nl - 1);
-  EXPECT_NE(cmd.find("'" + out + "'"), std::string::npos) << cmd;
-  EXPECT_NE(cmd.find(" -no_such_option "), std::string::npos) << cmd;
-  EXPECT_NE(cmd.find(" " + mft + " "), std::string::npos) << "an argument without a blank echoes bare: " << cmd;
-  EXPECT_GT(text.size(), nl2 + 100) << "the run wrote rows";
+  auto rows = fixtures::parse_results(r.out, ",", 2);  // on standard output no empty line follows
+  ASSERT_GE(rows.lines.size(), 3u) << r.out;
+  EXPECT_EQ(rows.lines[0], "brimlock ver: 0.95");
+  // An argument with a blank echoes quoted, the others bare.
+  EXPECT_NE(rows.lines[1].find(" -mftfile '" + mft + "' -csv -no_such_option\""), std::string::npos) << rows.lines[1];
+  EXPECT_EQ(rows.lines[2].compare(0, 21, "mft entry,mft seqnum,"), 0) << rows.lines[2];
+  EXPECT_EQ(r.out.find("ver: 0.95", 10), std::string::npos) << "banner repeated";
+  EXPECT_FALSE(rows.rows.empty());
 }
 
 TEST(Cli, OutToDevNullLeavesTheDeviceInPlace) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root: only root could remove /dev/null";
   std::string mft = fixtures::path("feature.mft");
   ASSERT_FALSE(mft.empty());
-  struct stat before;
-  ASSERT_EQ(stat("/dev/null", &before), 0);
-  ASSERT_TRUE(S_ISCHR(before.st_mode));
+  struct stat before, after;
+  ASSERT_TRUE(stat("/dev/null", &before) == 0 && S_ISCHR(before.st_mode));
   auto r = run_brimlock("-mftfile " + q(mft) + " -csv -out /dev/null");
-  struct stat after;
   bool ok = stat("/dev/null", &after) == 0 && S_ISCHR(after.st_mode) && after.st_rdev == before.st_rdev;
-  if (!ok) {
-    // Put the device back before failing, so that the rest of the machine keeps working.
+  if (!ok) {  // put the device back before failing, so that the rest of the machine keeps working
     unlink("/dev/null");
     mknod("/dev/null", S_IFCHR | 0666, before.st_rdev);
     chmod("/dev/null", 0666);
   }
   EXPECT_TRUE(ok) << "/dev/null is no longer the null device";
   EXPECT_EQ(r.status, 0) << r.err;
+}
+
+// -cpu 3: three children of the binary, one slice of the records each, merged into the -out file
+// with the rows of a single run.
+TEST(Cli, CpuInstancesMergeToTheRowsOfOneRun) {
+  std::string mft = fixtures::path("feature.mft"), dir = fixtures::scratch_dir("cli_cpu");
+  ASSERT_FALSE(mft.empty());
+  std::string merged[2];
+  for (int cpu : {0, 1}) {
+    auto r = run_brimlock("-mftfile " + q(mft) + " -csv -quiet" + (cpu ? " -cpu 3" : "") + " -out " +
+                          q(dir + "/r.csv"));
+    EXPECT_EQ(r.status, 0) << r.err;
+    merged[cpu] = testutil::read_text(dir + "/r.csv");
+    merged[cpu].erase(0, merged[cpu].find("\n\n"));  // the command lines differ
+  }
+  EXPECT_GT(merged[0].size(), 1000u);
+  EXPECT_EQ(merged[1], merged[0]);
+}
+
+// Status 255, the reason, and the volumes that mmls found listed with the offset to use.
+TEST(VolumeChoice, PartitionedDisksStopWithTheReasonAndTheOffsetToUse) {
+  // An image as fixtures::image takes it, options, the mmls facts of the volumes listed (or ""), a text.
+  struct stop_case { const char* image; uint64_t cut; const char *options, *parts, *text; } const cases[] = {
+      // The last NTFS partition is suggested, here the logical one in the extended partition.
+      {"mbr.img", 0, "", "mbr.parts.tsv", "use option [-offset 0x2c00000]\n"},
+      {"mbr.img", 0, "-offset 0x100000", "mbr.parts.tsv",
+       "volume offset selected 0x100000 is not a NTFS partition, but [fat32]\n"},
+      {"mbr.img", 0, "-offset 0x40000000", "", "volume offset 0x40000000 is not within image bounds\n"},
+      {"gpt.img", 0, "", "gpt.parts.tsv", "use option [-offset 0x100000]\n"},
+      {"gpt.img", 4 << 20, "-offset 0x100000", "",
+       "volume offset 0x100000 is a NTFS partition, however image size does not encapsulate entire volume\n"},
+      {"disk4k.img", 0, "", "disk4k.parts.tsv", "use option [-offset 0x100000]\n"},
+      {"corpus:ntfs-ptrn.raw", 0, "", "", "use option [-offset 0x10000]\n"},
+      {"corpus:ntfs-ramslack.raw", 0, "", "", "use option [-offset 0x10000]\n"},
+      {"corpus:ntfs-lastaccess.raw", 0, "", "", "use option [-offset 0x10000]\n"},
+  };
+  for (const stop_case& c : cases) {
+    SCOPED_TRACE(std::string(c.image) + " " + c.options);
+    if (std::string(c.image).compare(0, 7, "corpus:") == 0 && fixtures::corpus_dir().empty()) continue;
+    std::string image = fixtures::image(c.image, c.cut);
+    ASSERT_FALSE(image.empty());
+    auto r = run_brimlock("-image " + q(image) + " " + c.options + " -csv");
+    EXPECT_EQ(r.status, 255);
+    EXPECT_NE(r.err.find(c.text), std::string::npos) << r.err;
+    if (!*c.parts) continue;
+    // Every partition and extended container of mmls, at its byte offset.
+    auto parts = fixtures::load_facts(c.parts);
+    std::set<std::string> want, listed;
+    char offset[32];
+    for (const auto& p : parts.parts)
+      if (p.slot != "-------" && (p.slot != "Meta" || p.description.find("Extended (") != std::string::npos)) {
+        snprintf(offset, sizeof offset, "0x%llx", p.start * std::stoull(parts.info.at("sector_size")));
+        want.insert(offset);
+      }
+    const std::string lead = "volume offset [ ";
+    for (size_t at = r.err.find(lead); at != std::string::npos; at = r.err.find(lead, at + 1))
+      listed.insert(r.err.substr(at + lead.size(), r.err.find(' ', at + lead.size()) - at - lead.size()));
+    EXPECT_EQ(listed, want) << r.err;
+  }
 }
