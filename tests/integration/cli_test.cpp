@@ -9,12 +9,15 @@
 #include <set>
 #include <string>
 
+#include "base/orv_version.h"
 #include "tests/integration/fixture_util.h"
 
 using fixtures::q;
 using fixtures::run_brimlock;
 
 namespace {
+
+const std::string k_banner = "brimlock ver: " BRIMLOCK_VERSION;
 
 const char* const kUsageLines[] = {
     " Running 'brimlock' on an extracted $MFT file\n",
@@ -43,7 +46,7 @@ const char* const kUsageLines[] = {
 void expect_usage(const testutil::run_result& r) {
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out, "");
-  const std::string head = std::string(77, '-') + "\n\nbrimlock ver: 0.95\n\nusage:\n";
+  const std::string head = std::string(77, '-') + "\n\nbrimlock ver: " BRIMLOCK_VERSION "\n\nusage:\n";
   EXPECT_EQ(r.err.compare(0, head.size(), head), 0) << r.err.substr(0, 200);
   for (const char* line : kUsageLines) EXPECT_NE(r.err.find(line), std::string::npos) << "missing usage line: " << line;
   std::string tail = "         [-separate_files]      = don't merge; each instance is separate file\n\n";
@@ -70,7 +73,7 @@ TEST(Cli, NoSourceNamedPrintsTheErrorAndStillEndsWithZero) {
   EXPECT_EQ(r.err.find("error: need to specify at least an input source [-mftfile, -image, -drivenum, -partition, "
                        "-vmdk]\n"), 0u) << r.err;
   // Only the banner on standard output: nothing was opened.
-  EXPECT_EQ(r.out.compare(0, 24, "brimlock ver: 0.95\n\"cmd:"), 0) << r.out;
+  EXPECT_EQ(r.out.rfind(k_banner + "\n\"cmd:", 0), 0u) << r.out;
   EXPECT_EQ(r.out.substr(r.out.size() - 7), " -csv\"\n") << r.out;
   EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 2);
 }
@@ -83,12 +86,32 @@ TEST(Cli, ResultsOnStandardOutputCarryTheBannerOnceAndUnknownOptionsAreIgnored) 
   EXPECT_EQ(r.status, 0) << r.err;
   auto rows = fixtures::parse_results(r.out, ",", 2);  // on standard output no empty line follows
   ASSERT_GE(rows.lines.size(), 3u) << r.out;
-  EXPECT_EQ(rows.lines[0], "brimlock ver: 0.95");
+  EXPECT_EQ(rows.lines[0], k_banner);
   // An argument with a blank echoes quoted, the others bare.
   EXPECT_NE(rows.lines[1].find(" -mftfile '" + mft + "' -csv -no_such_option\""), std::string::npos) << rows.lines[1];
   EXPECT_EQ(rows.lines[2].compare(0, 21, "mft entry,mft seqnum,"), 0) << rows.lines[2];
-  EXPECT_EQ(r.out.find("ver: 0.95", 10), std::string::npos) << "banner repeated";
+  EXPECT_EQ(r.out.find(k_banner, 10), std::string::npos) << "banner repeated";
   EXPECT_FALSE(rows.rows.empty());
+}
+
+// An option whose feature is not built stops the run before anything is read: never another
+// format, or every record, in its place.
+TEST(Cli, OptionsNotBuiltStopTheRun) {
+  std::string mft = fixtures::path("feature.mft");
+  ASSERT_FALSE(mft.empty());
+  struct refusal { const char *options, *named; } const cases[] = {
+      {"-bodyfile", "-bodyfile"},         {"-csv -csvl2t", "-csvl2t"},       {"-hashfile md5", "-hashfile"},
+      {"-csv -md5", "-md5"},              {"-filter_file '\\a.txt'", "-filter_file"},
+      {"-action_include_header", "-action_include_header"},                 {"-find_mft 5", "-find_mft"},
+  };
+  for (const refusal& c : cases) {
+    SCOPED_TRACE(c.options);
+    auto r = run_brimlock("-mftfile " + q(mft) + " -quiet " + c.options);
+    EXPECT_EQ(r.status, 255);
+    EXPECT_NE(r.err.find(std::string("prob: ") + c.named + " is not built in this version, aborting\n"),
+              std::string::npos) << r.err;
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 2) << r.out;  // the banner alone
+  }
 }
 
 TEST(Cli, OutToDevNullLeavesTheDeviceInPlace) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <tuple>
 
+#include "base/orv_version.h"
 #include "tests/integration/fixture_util.h"
 
 namespace {
@@ -212,12 +213,12 @@ TEST_P(SleuthkitFacts, RowsAgree) {
 
   // The banner once, the quoted command line, an empty line, then the header; line feeds only.
   ASSERT_GE(lines.size(), 5u) << text.substr(0, 500) << "\nstderr: " << run.err;
-  EXPECT_EQ(lines[0], "brimlock ver: 0.95");
+  EXPECT_EQ(lines[0], "brimlock ver: " BRIMLOCK_VERSION);
   const std::string& cmd = lines[1];
   EXPECT_TRUE(cmd.compare(0, 5, "\"cmd:") == 0 && cmd.back() == '"' && cmd.find(image) != std::string::npos) << cmd;
   EXPECT_EQ(lines[2], "");
   EXPECT_EQ(text.find('\r'), std::string::npos);
-  EXPECT_TRUE(text.back() == '\n' && text.find("ver: 0.95", 10) == std::string::npos);
+  EXPECT_TRUE(text.back() == '\n' && text.find("ver: " BRIMLOCK_VERSION, 10) == std::string::npos);
   if (csv) {  // no padding; a blank in front of each time cell
     EXPECT_EQ(lines[3],
               "mft entry,mft seqnum,parent mft,par seqnum,type,ext,ref,date, time-utc,MACB,other info,name,path,"

@@ -18,7 +18,7 @@ uint64_t free_cluster(const std::string& image, uint64_t from) {
   if (!volume) return 0;
   std::ostringstream bitmap;
   uint64_t total = 0;
-  if (!read_named_data(*volume, 6, bitmap, copy_options(), total)) return 0;
+  if (!read_unnamed_data(*volume, 6, bitmap, copy_options(), total)) return 0;
   std::string bits = bitmap.str();
   for (uint64_t byte = from / 8; byte < bits.size(); ++byte)
     if (bits[byte] == 0) return byte * 8 + 3;

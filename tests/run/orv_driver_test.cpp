@@ -3,6 +3,7 @@
 // checked through the binary (tests/integration/cli_test.cpp).
 #include <gtest/gtest.h>
 
+#include "base/orv_version.h"
 #include "run/orv_driver.h"
 #include "tests/test_util.h"
 
@@ -23,10 +24,10 @@ std::tuple<int, std::string, std::string> run_main(std::vector<std::string> args
 
 TEST(Driver, BannerQuotesTheCommandLine) {
   EXPECT_EQ(build_run_banner({"brimlock", "-mftfile", "/a b/$MFT", "-csv"}),
-            "brimlock ver: 0.95\n\"cmd:brimlock -mftfile '/a b/$MFT' -csv\"\n");
+            "brimlock ver: " BRIMLOCK_VERSION "\n\"cmd:brimlock -mftfile '/a b/$MFT' -csv\"\n");
   EXPECT_EQ(build_run_banner({"brimlock", "-csv", "-PIPE"}),
-            "brimlock ver: 0.95\n\"cmd:<filelist> ... | brimlock -csv -PIPE\"\n");
-  EXPECT_EQ(build_run_banner({"-pipe"}), "brimlock ver: 0.95\n\"cmd:-pipe\"\n");
+            "brimlock ver: " BRIMLOCK_VERSION "\n\"cmd:<filelist> ... | brimlock -csv -PIPE\"\n");
+  EXPECT_EQ(build_run_banner({"-pipe"}), "brimlock ver: " BRIMLOCK_VERSION "\n\"cmd:-pipe\"\n");
 }
 
 // A refusal of the walk options prints only its own reason.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "base/orv_version.h"
 #include "base/orv_string.h"
 #include "base/orv_time.h"
 #include "run/mft_entries_ctx.h"
@@ -19,7 +20,7 @@ std::pair<int, std::string> walk(mft_entries_ctx& c, strings args, bool mft = tr
   if (mft) args.insert(args.begin(), {"-mftfile", "/nonexistent/$MFT"});
   args.insert(args.begin(), "brimlock");
   testing::internal::CaptureStderr();
-  int status = parse_walk_options(c, args, "ver: 0.95", "", "");
+  int status = parse_walk_options(c, args, "ver: " BRIMLOCK_VERSION, "", "");
   return {status, testing::internal::GetCapturedStderr()};
 }
 
