@@ -31,7 +31,6 @@ inline file_name_entry& add_fn(entry_record& e, uint64_t parent, const std::wstr
   file_name_entry fn;
   std::vector<uint8_t> value = testutil::fn_value(parent, u"", name_space, created, modified, changed, accessed);
   fn.assign(value.data(), value.size());
-  fn.m_raw[64] = uint8_t(name.size());
   fn.m_name = name;
   fn.m_is_dos_name = name_space == 2;
   fn.m_inode = holder < 0 ? e.m_inode : uint64_t(holder);
@@ -53,7 +52,6 @@ inline attrib_item& add_data(entry_record& e, uint16_t id, const std::wstring& n
   item.m_raw_attrib.resize(std::max<size_t>(item.m_raw_attrib.size(), 72));
   item.m_name = name;
   item.m_is_data = true;
-  item.m_is_ads = !name.empty();
   item.m_label = name.empty() ? "unnamed data" : "ads";
   item.m_inode = e.m_inode;
   return item;
