@@ -1,7 +1,7 @@
 // Filter records as the option layer builds them, and "?" wildcards.
-#include "analysis/orv_filter_types.h"
-
 #include <gtest/gtest.h>
+
+#include "analysis/orv_filter_types.h"
 
 TEST(FilterRecord, StreamPartsAndWildcards) {
   filter_record named(filter_partial_name, L"temp:Zone.Identifier");

@@ -1,12 +1,11 @@
 // Record filters: the early test, the time window, the OR groups and their AND reading, signatures.
 // The binary's selections on a real volume are compared in tests/integration/filter_test.cpp;
 // these are the rules it does not reach.
-#include "analysis/orv_filters.h"
-
 #include <gtest/gtest.h>
 
 #include <cstring>
 
+#include "analysis/orv_filters.h"
 #include "analysis/orv_scan_state.h"
 #include "ntfs/ntfs.h"
 #include "run/mft_entries_ctx.h"
@@ -54,14 +53,10 @@ TEST(RecordFilters, EarlyTestAndTimeWindow) {
   entry_record e;
   add_si(e, old, old, old, old);
   add_fn(e, k_root, L"a", 1, old, old, old, late);
-  const struct {
-    uint64_t m_start, m_stop;
-    bool m_in;
-  } windows[] = {{0, 0, true}, {late, ~0ull, true}, {late + 1, ~0ull, false}, {0, old, true}, {0, old - 1, false}};
+  const uint64_t windows[][3] = {{0, 0, 1}, {late, ~0ull, 1}, {late + 1, ~0ull, 0}, {0, old, 1}, {0, old - 1, 0}};
   for (const auto& w : windows) {
-    options.m_filter_start_time = w.m_start;
-    options.m_filter_stop_time = w.m_stop;
-    EXPECT_EQ(time_filter(e, options), w.m_in) << w.m_start << ".." << w.m_stop;
+    options.m_filter_start_time = w[0], options.m_filter_stop_time = w[1];
+    EXPECT_EQ(time_filter(e, options), w[2] == 1) << w[0] << ".." << w[1];
   }
 }
 
@@ -80,8 +75,7 @@ TEST(RecordFilters, GroupEdgesReasonsAndAndLogic) {
   entry_record secret = named(L"a", 0x20), inside = named(L"x", 0x50, orv::make_ref(0x30, 7));
   add_data(secret, 2, L"Secret", 10);
   EXPECT_FALSE(hits(ext, two));
-  EXPECT_TRUE(hits(max_size, none));  // nothing there to be too large
-  EXPECT_TRUE(hits(max_size, small));
+  EXPECT_TRUE(hits(max_size, none) && hits(max_size, small));  // no unnamed data is not too large
   EXPECT_TRUE(hits(ads, with_ads) && with_ads.m_ads_mark);
   EXPECT_TRUE(hits(streams, secret));
   EXPECT_EQ(secret.m_filter_inode_text, L"32:Secret");
@@ -93,16 +87,10 @@ TEST(RecordFilters, GroupEdgesReasonsAndAndLogic) {
   EXPECT_EQ(inside.m_filter_dir_text, L"dir_inode(48)");
   add_data(with_ads, 2, L"stream", 20).m_raw_attrib.resize(64);  // too short to hold its sizes
   EXPECT_FALSE(hits(ads, with_ads));
-
-  // Under AND logic every group in force must hit; without any OR filter nothing is narrowed.
-  mft_entries_ctx options;
-  options.m_filter_inodes[5] = filter_record(filter_inode, L"[root]\\x", 5);
-  options.m_filter_ext = {L"log"};
-  entry_record inode_only = named(L"a.txt", 5), ext_only = named(L"b.log", 6), both = named(L"a.log", 5);
-  EXPECT_TRUE(hits(options, inode_only) && hits(options, ext_only));  // any hit selects
-  EXPECT_FALSE(hits(options, inode_only, true) || hits(options, ext_only, true));
-  EXPECT_TRUE(hits(options, both, true));
-  EXPECT_TRUE(hits(mft_entries_ctx(), inode_only, true));  // no OR filter: nothing to narrow
+  dirs.m_filter_ext = {L"txt"};  // any group selects; under AND logic every group in force must hit
+  entry_record text = named(L"x.txt", 0x51, orv::make_ref(0x30, 1));
+  EXPECT_TRUE(hits(dirs, inside) && !hits(dirs, inside, true) && hits(dirs, text, true));
+  EXPECT_TRUE(hits(mft_entries_ctx(), inside, true));  // no OR filter: nothing to narrow
 }
 
 TEST(RecordFilters, Signatures) {
@@ -113,13 +101,10 @@ TEST(RecordFilters, Signatures) {
   orv::put_le32(pe.data() + 60, 0x80);
   std::memcpy(pe.data() + 0x80, "PE\0\0", 4);
   orv::put_le16(pe.data() + 0x80 + 24, 0x20B);
-  const struct {
-    uint32_t m_type;
-    size_t m_size;
-    bool m_match;
-  } cases[] = {{30, 1024, true}, {31, 1024, false}, {32, 1024, false}, {33, 1024, true}, {34, 0x80 + 247, false}};
-  for (const auto& c : cases) EXPECT_EQ(signature_bytes_match(c.m_type, pe.data(), c.m_size), c.m_match) << c.m_type;
-  orv::put_le32(pe.data() + 60, 0xFFFFFFF0u);  // the PE header far outside the buffer
+  for (uint32_t type : {30u, 33u}) EXPECT_TRUE(signature_bytes_match(type, pe.data(), pe.size())) << type;
+  for (uint32_t type : {31u, 32u}) EXPECT_FALSE(signature_bytes_match(type, pe.data(), pe.size())) << type;
+  EXPECT_FALSE(signature_bytes_match(34, pe.data(), 0x80 + 247));  // no room for the optional header
+  orv::put_le32(pe.data() + 60, 0xFFFFFFF0u);                      // the PE header far outside the buffer
   EXPECT_FALSE(signature_bytes_match(34, pe.data(), pe.size()));
   std::memcpy(pe.data(), "ElfFile", 7);
   EXPECT_TRUE(signature_bytes_match(36, pe.data(), 16));

@@ -1,10 +1,9 @@
 // The path walk from parent references up to the root.
-#include "analysis/orv_paths.h"
-
 #include <gtest/gtest.h>
 
 #include "analysis/entry_record.h"
 #include "analysis/orv_mft_scan.h"
+#include "analysis/orv_paths.h"
 #include "analysis/orv_record_sink.h"
 #include "tests/mft_fixture.h"
 #include "tests/results/entry_fixture.h"
@@ -15,9 +14,8 @@ namespace {
 
 uint64_t ref(uint64_t number, uint16_t seq) { return number | (uint64_t(seq) << 48); }
 
-// A hand-made tree of directories under the root, with a file, a cycle, a deleted directory
-// whose header sequence number went up to 6, one reused at sequence 9, one whose parent 900
-// cannot be read, and one with only a DOS name.
+// Directories under the root, with a file, a cycle, a deleted directory whose sequence number went
+// up to 6, one reused at sequence 9, one whose parent 900 cannot be read, one with a DOS name only.
 std::unique_ptr<mft_run> tree() {
   const struct {
     uint64_t m_number, m_parent;
@@ -51,10 +49,7 @@ std::wstring walk(mft_run& run, uint64_t parent) {
 }  // namespace
 
 TEST(PathWalk, ChainsSoundAndBroken) {
-  const struct {
-    uint64_t m_parent;
-    const wchar_t* m_path;
-  } cases[] = {
+  const std::pair<uint64_t, const wchar_t*> cases[] = {
       {ref(31, 1), L"[root]\\Users\\name\\"},
       {ref(5, 77), L"[root]\\"},  // the root's sequence number is not compared
       {UINT64_MAX, L" (broken)"},
@@ -73,7 +68,7 @@ TEST(PathWalk, ChainsSoundAndBroken) {
   for (const auto& c : cases) {
     auto run = tree();
     ASSERT_TRUE(run);
-    EXPECT_EQ(walk(*run, c.m_parent), c.m_path) << std::hex << c.m_parent;
+    EXPECT_EQ(walk(*run, c.first), c.second) << std::hex << c.first;
   }
   // Each directory is read once, then known by its whole reference, completed where it had 0.
   auto run = tree();

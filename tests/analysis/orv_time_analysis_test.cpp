@@ -1,8 +1,7 @@
 // Timestamp anomaly analysis: the rules in their order, and the day margin.
-#include "analysis/orv_time_analysis.h"
-
 #include <gtest/gtest.h>
 
+#include "analysis/orv_time_analysis.h"
 #include "run/mft_entries_ctx.h"
 #include "tests/results/entry_fixture.h"
 
@@ -46,15 +45,14 @@ TEST(TimeAnalysis, RulesInOrder) {
   EXPECT_EQ(analysed(no_si), "si:time absent");
   no_si.m_is_extension = true;  // an extension has no standard information: only its names count
   EXPECT_EQ(analysed(no_si), "");
-  no_si.m_file_names.begin()->second.m_time_anomaly = true;
-  no_si.m_file_names.begin()->second.m_anomaly_text = "null";
+  file_name_entry& fn = no_si.m_file_names.begin()->second;
+  fn.m_time_anomaly = true, fn.m_anomaly_text = "null";
   EXPECT_EQ(analysed(no_si), "fn:time null");
   entry_record no_fn = lagging(0, 0);
   no_fn.m_file_names.clear();
   EXPECT_EQ(analysed(no_fn), "fn:time absent");
   entry_record future = lagging(5 * DAY, 5 * DAY);
-  future.m_std_infos.begin()->second.m_time_anomaly = true;
-  future.m_std_infos.begin()->second.m_anomaly_text = "future";
-  future.m_time_warning = "stale";
+  si_entry& si = future.m_std_infos.begin()->second;
+  si.m_time_anomaly = true, si.m_anomaly_text = "future", future.m_time_warning = "stale";
   EXPECT_EQ(analysed(future), "si:time future");
 }

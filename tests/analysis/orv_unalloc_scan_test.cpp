@@ -1,11 +1,10 @@
 // The free-cluster scan on a volume whose $Bitmap lies about its size.
-#include "analysis/orv_unalloc_scan.h"
-
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
 #include "analysis/orv_record_sink.h"
 #include "analysis/orv_scan_state.h"
+#include "analysis/orv_unalloc_scan.h"
 #include "base/orv_string.h"
 #include "run/mft_entries_ctx.h"
 #include "tests/ntfs/orv_test_volume.h"
