@@ -66,10 +66,10 @@ TEST(EntryRecord, StandardInformationAndNames) {
 
 TEST(EntryRecord, LyingAttributesStayInsideTheRecord) {
   // 0xFFFFFFFE is no end marker: it goes under the pseudo type. An object id whose value offset
-  // points past its attribute gives zeros. An attribute longer than the rest of the record ends
+  // points just past its attribute gives zeros. An attribute longer than the rest of the record ends
   // the walk before anything behind it.
-  std::vector<uint8_t> oid = {0x40, 0, 0, 0, 40, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 16, 0, 0, 0, 0, 2},
-                       liar = {0x80, 0, 0, 0, 0x88, 0x13, 0, 0};  // 5000 bytes long
+  std::vector<uint8_t> oid = {0x40, 0, 0, 0, 40, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 16, 0, 0, 0, 40, 0},
+                       liar = {0x80, 0, 0, 0, 0x88, 0x13, 0, 0, 0, 0, 0, 0, 0, 0, 9};  // 5000 bytes, id 9
   oid.resize(40);
   liar.resize(24);
   entry_record d = decode(record_builder()
@@ -85,6 +85,7 @@ TEST(EntryRecord, LyingAttributesStayInsideTheRecord) {
   EXPECT_EQ(d.m_object_ids.begin()->second.m_ids, (std::array<uint8_t, 64>{}));
   ASSERT_EQ(d.m_file_names.size(), 1u);
   EXPECT_EQ(d.m_file_names.begin()->second.m_name, L"seen.txt");
+  EXPECT_FALSE(d.m_attribs.count(make_attrib_key(0x80, 9)));
 }
 
 TEST(EntryRecord, DataStreamsAndZoneIdentifier) {
@@ -116,8 +117,8 @@ TEST(EntryRecord, DataStreamsAndZoneIdentifier) {
 
 TEST(EntryRecord, AttributeListsOnAnExtractedMft) {
   // Record 20 lists: its own $STANDARD_INFORMATION (skipped), a $FILE_NAME in extension record
-  // 21, an id that record 21 does not hold, and record 21's $DATA extent over and over: merged
-  // once per entry, the extent's runs grew without end.
+  // 21, an id that record 21 does not hold, and record 21's $DATA extent (from VCN 1000) over and
+  // over: merged once per entry, the extent's runs grew without end.
   std::vector<uint8_t> list, short_list;
   add_entry(list, 0x10, 20, 0);
   add_entry(list, 0x30, 21, 3);
@@ -126,7 +127,7 @@ TEST(EntryRecord, AttributeListsOnAnExtractedMft) {
   record_builder ext;
   ext.m_base_ref = 20 | (1ull << 48);
   ext.resident(0x30, fn_value(ROOT, u"many links.txt", 1, T1, T1, T1, T1), u"", 3);
-  ext.nonresident(0x80, {0x11, 0x02, 0x30, 0x11, 0x02, 0x40}, 4 * 4096, 4 * 4096, 4 * 4096, u"", 4, 0, 0, 3);
+  ext.nonresident(0x80, {0x11, 0x02, 0x30, 0x11, 0x02, 0x40}, 4 * 4096, 4 * 4096, 4 * 4096, u"", 4, 0, 1000, 1003);
   const std::vector<uint8_t> si = si_value(T1, T1, T1, T1);
   entry_record d =
       decode(record_builder().resident(0x10, si, u"", 0).resident(0x20, list).build(), false, false, ext.build());
