@@ -66,13 +66,13 @@ TEST(EntryRecord, StandardInformationAndNames) {
 
 TEST(EntryRecord, LyingAttributesStayInsideTheRecord) {
   // 0xFFFFFFFE is no end marker: it goes under the pseudo type. An object id whose value offset
-  // points just past its attribute gives zeros. An attribute longer than the rest of the record ends
-  // the walk before anything behind it.
+  // points just past its attribute gives zeros. An attribute longer than the rest of the record is
+  // not kept, and the walk ends before anything behind it.
   std::vector<uint8_t> oid = {0x40, 0, 0, 0, 40, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 16, 0, 0, 0, 40, 0},
                        liar = {0x80, 0, 0, 0, 0x88, 0x13, 0, 0, 0, 0, 0, 0, 0, 0, 9};  // 5000 bytes, id 9
   oid.resize(40);
   liar.resize(24);
-  entry_record d = decode(record_builder()
+  entry_record e = decode(record_builder()
                               .resident(0x10, si_value(T1, T1, T1, T1))
                               .resident(0xFFFFFFFE, {1, 2, 3}, u"", 7)
                               .raw_attribute(oid)
@@ -80,12 +80,12 @@ TEST(EntryRecord, LyingAttributesStayInsideTheRecord) {
                               .raw_attribute(liar)
                               .resident(0x30, fn_value(ROOT, u"hidden.txt", 1, T1, T1, T1, T1))
                               .build());
-  EXPECT_EQ(d.m_attribs.at(make_attrib_key(0xFFFFFFFF, 7)).m_label, "");
-  ASSERT_EQ(d.m_object_ids.size(), 1u);
-  EXPECT_EQ(d.m_object_ids.begin()->second.m_ids, (std::array<uint8_t, 64>{}));
-  ASSERT_EQ(d.m_file_names.size(), 1u);
-  EXPECT_EQ(d.m_file_names.begin()->second.m_name, L"seen.txt");
-  EXPECT_FALSE(d.m_attribs.count(make_attrib_key(0x80, 9)));
+  EXPECT_EQ(e.m_attribs.at(make_attrib_key(0xFFFFFFFF, 7)).m_label, "");
+  ASSERT_EQ(e.m_object_ids.size(), 1u);
+  EXPECT_EQ(e.m_object_ids.begin()->second.m_ids, (std::array<uint8_t, 64>{}));
+  ASSERT_EQ(e.m_file_names.size(), 1u);
+  EXPECT_EQ(e.m_file_names.begin()->second.m_name, L"seen.txt");
+  EXPECT_FALSE(e.m_attribs.count(make_attrib_key(0x80, 9)));
 }
 
 TEST(EntryRecord, DataStreamsAndZoneIdentifier) {
@@ -129,29 +129,29 @@ TEST(EntryRecord, AttributeListsOnAnExtractedMft) {
   ext.resident(0x30, fn_value(ROOT, u"many links.txt", 1, T1, T1, T1, T1), u"", 3);
   ext.nonresident(0x80, {0x11, 0x02, 0x30, 0x11, 0x02, 0x40}, 4 * 4096, 4 * 4096, 4 * 4096, u"", 4, 0, 1000, 1003);
   const std::vector<uint8_t> si = si_value(T1, T1, T1, T1);
-  entry_record d =
+  entry_record listed =
       decode(record_builder().resident(0x10, si, u"", 0).resident(0x20, list).build(), false, false, ext.build());
-  ASSERT_EQ(d.m_file_names.size(), 1u);
-  EXPECT_EQ(d.m_file_names.begin()->second.m_inode, 21u);  // the record that held it
-  ASSERT_EQ(d.m_attribs.size(), 1u);
-  EXPECT_EQ(d.m_attribs.begin()->second.m_inode, 21u);
-  EXPECT_EQ(d.m_attribs.begin()->second.m_runs.size(), 2u);
+  ASSERT_EQ(listed.m_file_names.size(), 1u);
+  EXPECT_EQ(listed.m_file_names.begin()->second.m_inode, 21u);  // the record that held it
+  ASSERT_EQ(listed.m_attribs.size(), 1u);
+  EXPECT_EQ(listed.m_attribs.begin()->second.m_inode, 21u);
+  EXPECT_EQ(listed.m_attribs.begin()->second.m_runs.size(), 2u);
 
   // An entry of 13 bytes would land the next one inside itself: the list ends there.
   add_entry(short_list, 0x10, 20, 0, 13);
   short_list.resize(13);
   add_entry(short_list, 0x30, 21, 3);
-  entry_record c =
+  entry_record cut =
       decode(record_builder().resident(0x10, si).resident(0x20, short_list).build(), false, false, ext.build());
-  EXPECT_TRUE(c.m_has_attrib_list && c.m_file_names.empty());
+  EXPECT_TRUE(cut.m_has_attrib_list && cut.m_file_names.empty());
 
   // A non-resident list has no clusters to be read from in an extracted $MFT: only flagged.
-  entry_record f = decode(record_builder()
-                              .resident(0x10, si)
-                              .nonresident(0x20, {0x11, 0x01, 0x30}, 4096, 200, 200)
-                              .resident(0x30, fn_value(ROOT, u"huge.txt", 1, T1, T1, T1, T1))
-                              .build());
-  EXPECT_TRUE(f.m_attrib_list_nonresident && f.m_file_names.size() == 1);
+  entry_record far = decode(record_builder()
+                                .resident(0x10, si)
+                                .nonresident(0x20, {0x11, 0x01, 0x30}, 4096, 200, 200)
+                                .resident(0x30, fn_value(ROOT, u"huge.txt", 1, T1, T1, T1, T1))
+                                .build());
+  EXPECT_TRUE(far.m_attrib_list_nonresident && far.m_file_names.size() == 1);
 }
 
 TEST(EntryRecord, NonResidentAttributeListBoundedByTheSource) {

@@ -17,7 +17,7 @@ TEST(FilterRecord, StreamPartsAndWildcards) {
   for (const filter_record& r :
        {filter_record(filter_full_name, L"c:\\windows\\notepad.exe"), filter_record(filter_full_name, L"c:/windows"),
         filter_record(filter_directory_inode, L"[root]\\x:\\y", 5), filter_record(filter_inode, L"[root]\\x://y", 5)})
-    EXPECT_TRUE(r.m_whole_entry && !r.m_by_stream) << std::string(r.m_text.begin(), r.m_text.end());
+    EXPECT_TRUE(r.m_whole_entry && !r.m_by_stream) << r.m_text;
 
   // "?" needs a character where it stands, at the ends too; "*" is a literal.
   const struct {
@@ -27,6 +27,5 @@ TEST(FilterRecord, StreamPartsAndWildcards) {
                {L"??ab?", L"12ab", false}, {L"??ab?", L"1ab3", false}, {L"???", L"ab", false},
                {L"*.txt", L"x*.txt", true}};
   for (const auto& c : cases)
-    EXPECT_EQ(wildcard_match(compile_wildcard(c.m_pattern), c.m_name), c.m_match)
-        << std::wstring(c.m_pattern).size() << " " << std::wstring(c.m_name).size();
+    EXPECT_EQ(wildcard_match(compile_wildcard(c.m_pattern), c.m_name), c.m_match) << c.m_pattern << " ~ " << c.m_name;
 }

@@ -115,10 +115,9 @@ const uint64_t ROOT = 5 | (uint64_t(5) << 48);
 
 // Undamaged records of many kinds; the list of the sixth names extension record 16.
 std::vector<std::vector<uint8_t>> templates() {
-  std::vector<uint8_t> root = {0x30, 0, 0, 0, 0, 0, 0, 0, 0, 0x10, 0, 0}, oid(64), list(96, 0),
-                       reparse = {0x0C, 0, 0, 0xA0, 32, 0, 0, 0, 0, 0, 8, 0, 8, 0, 8, 0, 0, 0, 0, 0, 'a', 0, 'b', 0};
-  root.resize(48);
-  reparse.resize(40);
+  std::vector<uint8_t> root(48), oid(64), list(96),
+      reparse = {0x0C, 0, 0, 0xA0, 32, 0, 0, 0, 0, 0, 8, 0, 8, 0, 8, 0, 0, 0, 0, 0, 'a', 0, 'b', 0, 'c', 0, 'd', 0};
+  root[0] = 0x30, root[9] = 0x10, reparse.resize(40);
   for (size_t i = 0; i < oid.size(); ++i) oid[i] = uint8_t(i * 7);
   for (uint32_t i = 0; i < 3; ++i) {
     orv::put_le32(list.data() + 32 * i, i == 2 ? 0x80 : 0x10 + 0x20 * i);
