@@ -1,116 +1,117 @@
+// The path walk from parent references up to the root.
 #include <gtest/gtest.h>
 
 #include "analysis/entry_record.h"
+#include "analysis/orv_mft_scan.h"
 #include "analysis/orv_paths.h"
+#include "analysis/orv_record_sink.h"
 #include "tests/mft_fixture.h"
+#include "tests/results/entry_fixture.h"
 
 using namespace testutil;
 
 namespace {
+
 uint64_t ref(uint64_t number, uint16_t seq) { return number | (uint64_t(seq) << 48); }
 
-// A hand-made tree:
-//   5 root; 30 "Users" (5); 31 "name" (30); 32 "self" (32, its own parent);
-//   33 "A" (34) and 34 "B" (33), a cycle; 35 "gone" deleted, header sequence 6;
-//   36 "plain.txt" a file; 37 "reused" directory now at sequence 9; 38 "deep" (900: unreadable).
-std::unique_ptr<mft_entries_ctx> tree() {
+// Directories under the root, with a file, a cycle, a deleted directory whose sequence number went
+// up to 6, one reused at sequence 9, one whose parent 900 cannot be read, one with a DOS name only.
+std::unique_ptr<mft_run> tree() {
+  const struct {
+    uint64_t m_number, m_parent;
+    const char16_t* m_name;
+    uint16_t m_seq;
+  } dirs[] = {{30, ref(5, 5), u"Users", 1},  {31, ref(30, 1), u"name", 1}, {32, ref(32, 1), u"self", 1},
+              {33, ref(34, 1), u"A", 1},     {34, ref(33, 1), u"B", 1},    {35, ref(31, 1), u"gone", 6},
+              {37, ref(5, 5), u"reused", 9}, {38, ref(900, 1), u"deep", 1}};
   mft_image image;
   add_system_records(image, 64);
-  image.put(30, directory(ref(5, 5), u"Users"));
-  image.put(31, directory(ref(30, 1), u"name"));
-  image.put(32, directory(ref(32, 1), u"self"));
-  image.put(33, directory(ref(34, 1), u"A"));
-  image.put(34, directory(ref(33, 1), u"B"));
-  image.put(35, directory(ref(31, 1), u"gone", 6, false));
+  for (const auto& d : dirs) image.put(d.m_number, directory(d.m_parent, d.m_name, d.m_seq, d.m_number != 35));
   image.put(36, file(ref(5, 5), u"plain.txt"));
-  image.put(37, directory(ref(5, 5), u"reused", 9));
-  image.put(38, directory(ref(900, 1), u"deep"));
-  record_builder dos_only = directory(ref(5, 5), u"DOSDIR~1", 1);
-  dos_only.m_attributes.pop_back();
-  dos_only.resident(0x30, fn_value(ref(5, 5), u"DOSDIR~1", 2, 1, 1, 1, 1));
-  image.put(39, dos_only);
-  record_builder both = directory(ref(5, 5), u"Long Directory", 1);
-  both.resident(0x30, fn_value(ref(5, 5), u"LONGDI~1", 2, 1, 1, 1, 1));
-  image.put(40, both);
+  record_builder dos_only;
+  dos_only.m_flags = 3;
+  image.put(39, dos_only.resident(0x30, fn_value(ref(5, 5), u"DOSDIR~1", 2, 1, 1, 1, 1)));
+  image.put(40,
+            directory(ref(5, 5), u"Long Directory").resident(0x30, fn_value(ref(5, 5), u"LONGDI~1", 2, 1, 1, 1, 1)));
   return open_mft(image, "paths");
 }
 
-std::wstring path_of(mft_entries_ctx& ctx, uint64_t parent, bool* ok = nullptr) {
+// The path of a parent reference, " (broken)" behind it when the walk did not reach the root
+// through sound links.
+std::wstring walk(mft_run& run, uint64_t parent) {
   std::wstring path;
   uint16_t seq = 0;
   uint32_t flags = 0;
-  bool result = resolve_parent_path(path, seq, flags, parent, ctx, ctx.m_dir_store);
-  if (ok) *ok = result;
-  return path;
+  bool sound = resolve_parent_path(path, seq, flags, parent, run.m_scan);
+  return sound ? path : path + L" (broken)";
 }
+
 }  // namespace
 
-TEST(Paths, SoundChainsAndTheRoot) {
-  auto ctx = tree();
-  ASSERT_TRUE(ctx);
-  bool ok = false;
-  EXPECT_EQ(path_of(*ctx, ref(31, 1), &ok), L"[root]\\Users\\name\\");
-  EXPECT_TRUE(ok);
-  EXPECT_EQ(ctx->m_dir_store.size(), 2u);  // each directory read once, then cached
-  EXPECT_EQ(path_of(*ctx, ref(31, 1)), L"[root]\\Users\\name\\");
-  EXPECT_EQ(path_of(*ctx, ref(5, 77), &ok), L"[root]\\");  // the root's sequence is not checked
-  EXPECT_TRUE(ok);
-  EXPECT_EQ(path_of(*ctx, UINT64_MAX, &ok), L"");
-  EXPECT_FALSE(ok);
-  // A directory with a long and a DOS name shows the long one; one with only a DOS name shows it.
-  EXPECT_EQ(path_of(*ctx, ref(40, 1)), L"[root]\\Long Directory\\");
-  EXPECT_EQ(path_of(*ctx, ref(39, 1)), L"[root]\\DOSDIR~1\\");
-}
-
-TEST(Paths, BrokenChainsAreMarked) {
-  auto ctx = tree();
-  ASSERT_TRUE(ctx);
-  bool ok = true;
-  EXPECT_EQ(path_of(*ctx, ref(32, 1), &ok), L"[root]\\<path corrupted>\\self\\");
-  EXPECT_FALSE(ok);
-  EXPECT_EQ(path_of(*ctx, ref(33, 1), &ok), L"[root]\\<path corrupted>\\B\\A\\");
-  EXPECT_FALSE(ok);
-  EXPECT_EQ(path_of(*ctx, ref(36, 1), &ok), L"[root]\\<path corrupted>\\");  // parent became a file
-  EXPECT_FALSE(ok);
-  EXPECT_EQ(path_of(*ctx, ref(37, 3), &ok), L"[root]\\<path corrupted>\\");  // parent reused
-  EXPECT_FALSE(ok);
-  // An unreadable parent shortens the path, without a marker.
-  EXPECT_EQ(path_of(*ctx, ref(38, 1), &ok), L"[root]\\deep\\");
-  EXPECT_FALSE(ok);
-}
-
-TEST(Paths, DeletedDirectorySequenceRule) {
-  // Deleting raised the header's sequence from 5 to 6: a child holding 5 still matches.
-  auto ctx = tree();
-  ASSERT_TRUE(ctx);
-  bool ok = false;
-  EXPECT_EQ(path_of(*ctx, ref(35, 5), &ok), L"[root]\\Users\\name\\gone\\");
-  EXPECT_TRUE(ok);
-  auto fresh = tree();
-  EXPECT_EQ(path_of(*fresh, ref(35, 6), &ok), L"[root]\\<path corrupted>\\");
-  EXPECT_FALSE(ok);
-  // A reference with sequence 0 accepts any record and is completed from it.
-  auto third = tree();
-  EXPECT_EQ(path_of(*third, ref(31, 0), &ok), L"[root]\\Users\\name\\");
-  EXPECT_TRUE(ok);
-  EXPECT_TRUE(third->m_dir_store.count(ref(31, 1)));
-}
-
-TEST(Paths, SelectNamePrefersLongNamesOfTheRecord) {
-  entry_record e;
-  auto add = [&](const std::string& key, const std::wstring& name, uint8_t ns, uint64_t inode) {
-    file_name_entry fn;
-    fn.m_name = name;
-    fn.m_raw[65] = ns;
-    fn.m_inode = inode;
-    e.m_file_names[key] = fn;
+TEST(PathWalk, ChainsSoundAndBroken) {
+  const std::pair<uint64_t, const wchar_t*> cases[] = {
+      {ref(31, 1), L"[root]\\Users\\name\\"},
+      {ref(5, 77), L"[root]\\"},  // the root's sequence number is not compared
+      {UINT64_MAX, L" (broken)"},
+      {ref(40, 1), L"[root]\\Long Directory\\"},  // the long name over the DOS name
+      {ref(39, 1), L"[root]\\DOSDIR~1\\"},        // a DOS name alone is shown
+      {ref(32, 1), L"[root]\\<path corrupted>\\self\\ (broken)"},
+      {ref(33, 1), L"[root]\\<path corrupted>\\B\\A\\ (broken)"},
+      {ref(36, 1), L"[root]\\<path corrupted>\\ (broken)"},  // the parent became a file
+      {ref(37, 3), L"[root]\\<path corrupted>\\ (broken)"},  // the parent was reused
+      {ref(38, 1), L"[root]\\deep\\ (broken)"},              // an unreadable parent ends it unmarked
+      // Deleting raised the header's sequence number from 5 to 6: a child holding 5 still matches.
+      {ref(35, 5), L"[root]\\Users\\name\\gone\\"},
+      {ref(35, 6), L"[root]\\<path corrupted>\\ (broken)"},
+      {ref(31, 0), L"[root]\\Users\\name\\"},  // sequence 0 accepts any record
   };
+  for (const auto& c : cases) {
+    auto run = tree();
+    ASSERT_TRUE(run);
+    EXPECT_EQ(walk(*run, c.first), c.second) << std::hex << c.first;
+  }
+  // Each directory is read once, then known by its whole reference, completed where it had 0.
+  auto run = tree();
+  walk(*run, ref(31, 0));
+  EXPECT_EQ(run->m_scan.m_dir_store.size(), 2u);
+  EXPECT_TRUE(run->m_scan.m_dir_store.count(ref(31, 1)));
+}
+
+TEST(PathWalk, DeepChainEndsAsCorruptedPastTheLongestPath) {
+  // 200 nested directories with 200-character names: no NTFS path is that long (32767 UTF-16
+  // units at most). Every row below such a chain printed the whole chain and the remembered
+  // paths grew with the square of the depth.
+  const uint64_t depth = 200;
+  mft_image image;
+  add_system_records(image, depth + 24);
+  uint64_t parent = ref(5, 5);
+  std::u16string name = u"d" + std::u16string(199, u'x');
+  for (uint64_t n = 16; n < 16 + depth; ++n) {
+    name[1] = char16_t(u'a' + n % 26);
+    image.put(n, directory(parent, name));
+    parent = ref(n, 1);
+  }
+  auto run = open_mft(image, "deep");
+  ASSERT_TRUE(run);
+  std::wstring path = walk(*run, parent);
+  EXPECT_LE(path.size(), 32767u + 400u);
+  EXPECT_EQ(path.compare(0, 24, L"[root]\\<path corrupted>\\"), 0);
+  EXPECT_EQ(path.substr(path.size() - 210), std::wstring(name.begin(), name.end()) + L"\\ (broken)");
+
+  full_scan(run->m_options, run->m_scan, record_sink());
+  size_t remembered = 0;
+  for (const auto& kv : run->m_scan.m_sound_paths) remembered += kv.second.size();
+  EXPECT_LT(remembered, 200000u);
+}
+
+TEST(PathWalk, SelectNamePrefersLongNamesOfTheRecord) {
+  entry_record e;
+  e.m_inode = 7;
   EXPECT_EQ(select_name(e, 7), L"");
-  add("a", L"ONLYDOS", 2, 7);
-  EXPECT_EQ(select_name(e, 7), L"ONLYDOS");  // a single name, whatever its namespace
-  add("b", L"from extension", 1, 9);
-  add("c", L"own long", 3, 7);
-  EXPECT_EQ(select_name(e, 7), L"own long");
-  EXPECT_EQ(select_name(e, 8), L"from extension");
-  EXPECT_EQ(select_name(e, UINT64_MAX), L"from extension");
+  fixture::add_fn(e, fixture::k_root, L"ONLYDOS", 2, 1, 1, 1, 1);
+  EXPECT_EQ(select_name(e, 7), L"ONLYDOS");  // one name, whatever its kind
+  fixture::add_fn(e, fixture::k_root, L"from extension", 1, 1, 1, 1, 1, 9);
+  fixture::add_fn(e, fixture::k_root, L"own long", 3, 1, 1, 1, 1);
+  EXPECT_EQ(select_name(e, 7) + L"|" + select_name(e, 8) + L"|" + select_name(e, UINT64_MAX),
+            L"own long|from extension|from extension");
 }
