@@ -39,11 +39,6 @@ std::string read_text(const std::string& path) {
   return ss.str();
 }
 
-std::vector<uint8_t> read_bytes(const std::string& path) {
-  std::string t = read_text(path);
-  return std::vector<uint8_t>(t.begin(), t.end());
-}
-
 std::string shell_quote(const std::string& text) {
   std::string out = "'";
   for (char c : text) {

@@ -16,7 +16,6 @@ std::string make_temp_dir(const std::string& tag);
 void write_file(const std::string& path, const std::vector<uint8_t>& bytes);
 void write_text(const std::string& path, const std::string& text);
 std::string read_text(const std::string& path);
-std::vector<uint8_t> read_bytes(const std::string& path);
 
 struct run_result {
   int status = -1;  // exit status as the shell sees it (0..255)

@@ -106,17 +106,6 @@ TEST(Volume, WindowReadsMatchDirectReadsInAnyOrder) {
     EXPECT_TRUE(std::equal(rec.begin(), rec.end(), img.m_bytes.begin() + int64_t(pos))) << n;
   }
   EXPECT_FALSE(v->read_record(33, rec));
-
-  // A walk reads ahead in one piece: records changed on the source after that read are still
-  // served from the read-ahead.
-  opened w(img.m_bytes);
-  ASSERT_TRUE(w->read_record(1, rec));
-  ASSERT_TRUE(w->read_record(2, rec));
-  bytes changed = img.m_bytes;
-  std::memset(changed.data() + img.record_pos(runs, 3, 1024), 0, 1024);
-  testutil::write_file(w.m_file.m_path, changed);
-  ASSERT_TRUE(w->read_record(3, rec));
-  EXPECT_EQ(orv::le32(rec.data() + 44), 3u);
 }
 
 // 512-byte clusters: record 1 starts in the last cluster of the first run (LCN 6) and ends in the
@@ -142,32 +131,6 @@ TEST(Volume, RecordSplitBetweenTwoRunsIsReadPieceByPiece) {
       ASSERT_TRUE(v->read_record_raw(n, rec)) << n;
       EXPECT_EQ(rec, testvol::plain_record(uint32_t(n))) << n;  // both halves, each from its own run
     }
-}
-
-// $Bitmap (record 6) is read through its runs; a volume whose record 6 is unreadable is valid all
-// the same, without cluster bitmap.
-TEST(Volume, ClusterBitmapFromRecordSix) {
-  extents runs = {{4, 4}};
-  image img = make_volume(runs);
-  testutil::record_builder rb;
-  rb.m_record_number = 6;
-  rb.nonresident(0x80, testvol::encode_runs({{50, 2}}), 8192, 5000, 5000);
-  img.put_record(runs, 6, rb.build());
-  img.m_bytes[50 * 4096] = 0x0F;
-  img.m_bytes[50 * 4096 + 4999] = 0x80;
-  opened v(img.m_bytes);
-  ASSERT_TRUE(v.m_vol);
-  std::vector<uint8_t> bitmap;
-  ASSERT_TRUE(v->read_cluster_bitmap(bitmap));
-  ASSERT_EQ(bitmap.size(), 5000u);  // the stream's size, not its clusters
-  EXPECT_EQ(bitmap[0], 0x0F);
-  EXPECT_EQ(bitmap[4999], 0x80);
-
-  std::memset(img.m_bytes.data() + img.record_pos(runs, 6, 1024), 0, 1024);
-  opened w(img.m_bytes);
-  ASSERT_TRUE(w.m_vol);
-  EXPECT_FALSE(w->read_cluster_bitmap(bitmap));
-  EXPECT_TRUE(bitmap.empty());
 }
 
 // $DATA of record 0 claiming 2^32-1 clusters: positions stay computable, the count is bounded by

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <map>
 
-#include "ntfs/ntfs.h"
 #include "ntfs/orv_attrib_list.h"
 #include "tests/ntfs/orv_test_volume.h"
 
@@ -104,24 +103,4 @@ TEST(AttributeList, DamagedListsEndTheWalk) {
   r.m_records[43] = other;
   EXPECT_EQ(r.pull(joined({list_entry(0x80, 43, 2, 5), list_entry(0x80, 44, 2, 5)}), 40, false), "");
   EXPECT_EQ(r.pull(bytes(20, 0xFF), 40, false), "");
-}
-
-// A list whose runs claim 2^32 clusters is read no further than the source holds.
-TEST(AttributeList, NonResidentValueBoundedByTheSource) {
-  testvol::image img(64);
-  img.boot();
-  img.put_record({{4, 4}}, 0, testvol::mft_record({{4, 4}}, img.cluster()).build());
-  bytes entries = joined({list_entry(0x80, 7, 1, 0), list_entry(0x30, 8, 1, 2)});
-  img.put(30 * img.cluster(), entries);
-  testvol::image_file file(img.m_bytes);
-  std::unique_ptr<CNtfs> volume = file.open();
-  ASSERT_TRUE(volume);
-  testutil::record_builder b;
-  b.nonresident(0x20, testvol::encode_runs({{30, 1}, {31, 0xFFFFFFFFu}}), 0, entries.size(), entries.size());
-  const bytes record = b.build(false);
-  const uint8_t* attribute = record.data() + orv::le16(record.data() + 20);
-  std::vector<uint8_t> value;
-  ASSERT_TRUE(read_attrib_list_value(*volume, orv::byte_span(attribute, orv::le32(attribute + 4)), value));
-  EXPECT_LE(value.size(), img.m_bytes.size());
-  EXPECT_TRUE(std::equal(entries.begin(), entries.end(), value.begin()));
 }

@@ -47,17 +47,3 @@ TEST(RecordSource, RecordSizeFromTheFirstRecord) {
     EXPECT_EQ(source->sector_size(), 512u);
   }
 }
-
-TEST(RecordSource, OpenAndClose) {
-  record_source source;
-  EXPECT_FALSE(source.open_mftfile(L"/nonexistent/brimlock/mft"));
-  EXPECT_FALSE(source.is_open());
-  std::vector<uint8_t> record;
-  EXPECT_FALSE(source.read_raw(0, record));
-  mft_image empty;
-  ASSERT_TRUE(source.open_mftfile(orv::to_wide(empty.write(make_temp_dir("empty")))));
-  EXPECT_TRUE(source.is_open());
-  EXPECT_FALSE(source.readable());  // no bytes, no records
-  source.close();
-  EXPECT_FALSE(source.is_open());
-}
