@@ -213,8 +213,8 @@ bool copy_plain(CNtfs& volume, const attrib_row& row, const data_run_list& runs,
   return true;
 }
 
-// Compressed attributes hold units of 16 clusters of LZNT1 chunks. Until they are expanded here,
-// the units are copied as they are stored.
+// Compressed attributes hold units of 16 clusters of LZNT1 chunks; this build copies the units
+// as they are stored.
 bool copy_compressed(CNtfs& volume, const attrib_row& row, const data_run_list& runs, uint64_t limit,
                      std::ostream& out, const copy_options& options, uint64_t& total) {
   return copy_plain(volume, row, runs, limit, 0, out, options, total);

@@ -165,8 +165,7 @@ bool RAW_DISK_IO::read(uint8_t* buffer, uint32_t& length, uint64_t offset, bool 
       if (m_closed_for_reads) return false;
       return read_sectors(m_fd, buffer, length, offset, m_bytes_per_sector ? m_bytes_per_sector : 512);
     case RAW_KIND_VMDK:
-      // Served by the VMDK reader once it exists; until then there is nothing to read from.
-      return false;
+      return false;  // no VMDK reader in this build
     default:
       return false;
   }
