@@ -15,23 +15,25 @@ bool results_stream::open_file(const std::string& path) {
   if (fd < 0) return false;
   m_fd = fd;
   m_owns_fd = true;
+  m_failed = false;
   return true;
 }
 
 void results_stream::flush() {
   size_t done = 0;
-  while (done < m_buffer.size()) {
+  while (!m_failed && done < m_buffer.size()) {
     ssize_t n = ::write(m_fd, m_buffer.data() + done, m_buffer.size() - done);
     if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;  // output errors are not the run's concern; drop what cannot be written
-    done += size_t(n);
+    if (n <= 0) m_failed = true;  // a full disk, a broken device: rows would be lost unseen
+    else done += size_t(n);
   }
   m_buffer.clear();
 }
 
-void results_stream::close() {
+bool results_stream::close() {
   flush();
-  if (m_owns_fd && m_fd >= 0) ::close(m_fd);
+  if (m_owns_fd && m_fd >= 0 && ::close(m_fd) != 0) m_failed = true;
   m_fd = 1;
   m_owns_fd = false;
+  return !m_failed;
 }

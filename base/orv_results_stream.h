@@ -26,11 +26,14 @@ class results_stream {
   }
   results_stream& operator<<(std::string_view text) { write(text); return *this; }
   void flush();
-  void close();
+  // False when any byte could not be written (the file is then incomplete).
+  bool close();
+  bool failed() const { return m_failed; }
 
  private:
   static constexpr size_t k_flush_size = 1 << 20;
   int m_fd = 1;
   bool m_owns_fd = false;
+  bool m_failed = false;
   std::string m_buffer;
 };

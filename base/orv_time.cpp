@@ -4,6 +4,7 @@
 
 #include <sys/time.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -224,7 +225,8 @@ bool read_clock(const std::string& text, _windows_systemtime& out) {
     for (char c : fraction)
       if (c < '0' || c > '9') return false;
     double f = std::strtod(("0." + fraction).c_str(), nullptr);
-    ms = uint32_t(f * 1000.0 + 0.5);
+    // A fraction that rounds to a whole second (".9999") stays in its second.
+    ms = std::min(uint32_t(f * 1000.0 + 0.5), 999u);
   }
   out.m_hour = uint16_t(h);
   out.m_minute = uint16_t(m);

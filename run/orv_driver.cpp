@@ -211,8 +211,8 @@ int multi_instance_run(const mft_entries_ctx& c, std::vector<std::string> child_
 
 int single_instance_run(const mft_entries_ctx& c, const std::string& banner) {
   results_stream out;
-  if (!c.m_results_path.empty()) {
-    std::string path = orv::to_utf8(c.m_results_path);
+  const std::string path = orv::to_utf8(c.m_results_path);
+  if (!path.empty()) {
     if (!out.open_file(path)) {
       fprintf(stderr, "prob opening file %s for output, aborting\n ", path.c_str());
       return -1;
@@ -220,7 +220,12 @@ int single_instance_run(const mft_entries_ctx& c, const std::string& banner) {
     out << banner << "\n";
   }
   run_scans(c, out);
-  out.close();
+  if (!out.close() && !path.empty()) {
+    // Safety over silence: a results file missing rows must never look like a finished run.
+    fprintf(stderr, "prob writing results file %s, aborting\n", path.c_str());
+    log_line(c, "prob writing results file %s", path.c_str());
+    return -1;
+  }
   return 0;
 }
 

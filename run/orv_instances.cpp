@@ -167,6 +167,7 @@ int run_instances(const mft_entries_ctx& c, uint32_t instance_count, const std::
   if (c.m_out_path.empty()) return 0;
 
   const std::string out_path = c.m_out_path;
+  bool written = true;  // every byte of the merged file went out
   if (c.m_separate_files) {
     struct stat st;
     if (::lstat(out_path.c_str(), &st) == 0 && S_ISREG(st.st_mode)) ::unlink(out_path.c_str());
@@ -179,7 +180,7 @@ int run_instances(const mft_entries_ctx& c, uint32_t instance_count, const std::
     }
     if (banner.empty()) log_line(c, "banner not present");
     std::string head = banner + "\n";
-    write_all(fd, head.data(), head.size());
+    written = write_all(fd, head.data(), head.size());
     ::close(fd);
   }
 
@@ -235,11 +236,15 @@ int run_instances(const mft_entries_ctx& c, uint32_t instance_count, const std::
         std::vector<char> buffer(1 << 20);
         ssize_t n;
         while (ok && (n = ::read(in, buffer.data(), buffer.size())) > 0) ok = write_all(out, buffer.data(), size_t(n));
-        ::close(out);
+        if (::close(out) != 0 || !ok) written = false;
       }
       ::close(in);
     }
     ::unlink(names[i].c_str());
+  }
+  if (!written) {
+    fprintf(stderr, "prob writing results file %s, aborting\n", out_path.c_str());
+    return 0;
   }
   return 1;
 }
