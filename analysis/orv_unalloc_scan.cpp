@@ -48,7 +48,7 @@ bool unalloc_scan(const mft_entries_ctx& options, scan_state& scan, const record
       uint32_t length = record_size;
       if (!volume->read_volume(position, record.data(), length) || length < record_size) continue;
       if (std::memcmp(record.data(), "FILE", 4) != 0 && std::memcmp(record.data(), "BAAD", 4) != 0) continue;
-      if (!fixup_record(record.data(), record.size(), volume->sector_size(), fixup_recovery)) continue;
+      if (!fixup_record(record.data(), record.size(), fixup_recovery)) continue;
       // The record's own number stands at 44 in the headers that keep their array at 48.
       uint64_t number = UINT64_MAX;
       if (record.size() >= 48 && orv::le16(record.data() + 4) == 48) number = orv::le32(record.data() + 44);

@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         [&](uint64_t number, std::vector<uint8_t>& out) {
           if (number >= record_bytes / 1024) return false;
           out.assign(records + number * 1024, records + number * 1024 + 1024);
-          return fixup_record(out.data(), out.size(), 512, fixup_scan) == record_file;
+          return fixup_record(out.data(), out.size(), fixup_scan) == record_file;
         },
         [&](const uint8_t* record, size_t length, const uint8_t* attribute, uint32_t attribute_length, uint64_t) {
           // What is handed on lies whole inside its record.

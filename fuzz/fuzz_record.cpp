@@ -19,10 +19,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const uint32_t bits = fuzz::input_hash(data, size);
   for (fixup_mode mode : {fixup_scan, fixup_volume, fixup_recovery}) {
     std::vector<uint8_t> copy(data, data + size);
-    fixup_record(copy.data(), copy.size(), (bits & 1) ? 4096 : 512, mode);
+    fixup_record(copy.data(), copy.size(), mode);
   }
   std::vector<uint8_t> record(data, data + size);
-  fixup_record(record.data(), record.size(), 512, fixup_scan);
+  fixup_record(record.data(), record.size(), fixup_scan);
 
   mft_entries_ctx options;
   options.m_progress = 0;

@@ -249,7 +249,7 @@ bool CNtfs::volume_open(uint64_t* mft_pos) {
 
   std::vector<uint8_t> rec(m_mft_record_size);
   if (!read_exact(m_disk.get(), m_volume_offset + m_mft_file_pos, rec.data(), rec.size())) return false;
-  if (fixup_record(rec.data(), rec.size(), sector_size(), fixup_volume) == record_refused) return false;
+  if (fixup_record(rec.data(), rec.size(), fixup_volume) == record_refused) return false;
   if (is_valid_filerec(rec.data(), rec.size())) {
     // The record knows its own size: (count - 1) sectors of 512. A boot sector that claims less
     // (count 9 with 1024) is overruled and record 0 read again at the larger size.
@@ -259,7 +259,7 @@ bool CNtfs::volume_open(uint64_t* mft_pos) {
       m_mft_record_size = own;
       rec.assign(own, 0);
       if (!read_exact(m_disk.get(), m_volume_offset + m_mft_file_pos, rec.data(), rec.size())) return false;
-      if (fixup_record(rec.data(), rec.size(), sector_size(), fixup_volume) != record_file) return false;
+      if (fixup_record(rec.data(), rec.size(), fixup_volume) != record_file) return false;
     }
   }
   // The allocated size at offset 28 is the stride of records inside the MFT. A value that cannot
@@ -377,7 +377,7 @@ bool CNtfs::read_record_raw(uint64_t inode, std::vector<uint8_t>& out) {
 
 bool CNtfs::read_record(uint64_t inode, std::vector<uint8_t>& out) {
   if (!read_record_raw(inode, out)) return false;
-  return fixup_record(out.data(), out.size(), sector_size(), fixup_volume) != record_refused;
+  return fixup_record(out.data(), out.size(), fixup_volume) != record_refused;
 }
 
 bool CNtfs::read_cluster_bitmap(std::vector<uint8_t>& out) {

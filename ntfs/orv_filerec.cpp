@@ -18,7 +18,7 @@ void apply_fixups(uint8_t* buffer, size_t length, uint32_t array_offset, uint32_
   }
 }
 
-int fixup_record(uint8_t* buffer, size_t length, uint32_t sector_size, fixup_mode mode) {
+int fixup_record(uint8_t* buffer, size_t length, fixup_mode mode) {
   if (!buffer || (mode == fixup_recovery && length < 1024)) return record_refused;
   int kind;
   uint32_t array_offset;
@@ -39,11 +39,8 @@ int fixup_record(uint8_t* buffer, size_t length, uint32_t sector_size, fixup_mod
   }
   const uint32_t count = orv::le16(buffer + 6);
   if (count < 2) return kind;
-  if (mode == fixup_recovery) {
-    if (sector_size < 2) sector_size = 512;
-    if (uint64_t(count - 1) * sector_size > length) return record_refused;
-  }
-  apply_fixups(buffer, length, array_offset, count, sector_size);
+  if (mode == fixup_recovery && uint64_t(count - 1) * k_fixup_stride > length) return record_refused;
+  apply_fixups(buffer, length, array_offset, count, k_fixup_stride);
   return kind;
 }
 
@@ -51,7 +48,7 @@ bool mft_fixup_read(std::vector<uint8_t>& record, bool& bad, record_source& sour
                     const diag_sink& log) {
   bad = false;
   if (!source.read_raw(inode, record) || record.empty()) return false;
-  switch (fixup_record(record.data(), record.size(), source.sector_size(), fixup_scan)) {
+  switch (fixup_record(record.data(), record.size(), fixup_scan)) {
     case record_refused:
       return false;
     case record_baad:

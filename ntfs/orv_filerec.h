@@ -10,6 +10,10 @@ struct diag_sink;
 
 enum record_kind : int { record_refused = 0, record_file = 1, record_index = 2, record_baad = 3 };
 
+// NTFS keeps one update sequence word per 512 bytes of a record or index block, whatever the
+// sector size: a 4096-byte record carries 9 words on a volume of 4096-byte sectors too.
+constexpr uint32_t k_fixup_stride = 512;
+
 // How a reader takes the kinds of buffer it may meet. "FILE" (by is_valid_filerec) and "INDX"
 // always pass with their fixups.
 enum fixup_mode {
@@ -23,7 +27,7 @@ enum fixup_mode {
 // and i <= length / sector_size. Array words outside the buffer end the loop.
 void apply_fixups(uint8_t* buffer, size_t length, uint32_t array_offset, uint32_t count, uint32_t sector_size);
 // Recognises the buffer and applies its fixups as `mode` says; gives the record_kind.
-int fixup_record(uint8_t* buffer, size_t length, uint32_t sector_size, fixup_mode mode);
+int fixup_record(uint8_t* buffer, size_t length, fixup_mode mode);
 // Reads record `inode` from `source` into `record` (sized by the call) and applies fixups. True
 // when `record` holds something usable; `bad` flags a "BAAD" record, which is left as it is.
 bool mft_fixup_read(std::vector<uint8_t>& record, bool& bad, record_source& source, uint64_t inode,

@@ -51,8 +51,6 @@ uint32_t record_source::record_size() const {
   return m_record_size ? m_record_size : 1024;
 }
 
-uint32_t record_source::sector_size() const { return m_volume ? m_volume->sector_size() : 512; }
-
 // Records are 1 or 4 KiB; a size past 64 KiB (up to 32 MiB from a count of 65535) is damage, and
 // is refused like a count of 0 rather than read and walked for every record. A refusal fails this
 // first read only: later reads go on with 1024.

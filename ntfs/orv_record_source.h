@@ -36,8 +36,6 @@ class record_source {
   bool read_raw(uint64_t number, std::vector<uint8_t>& out);
   // 1024 until an extracted $MFT has settled its size.
   uint32_t record_size() const;
-  // Stride of the fixups: the volume's bytes per sector, 512 for an extracted $MFT.
-  uint32_t sector_size() const;
 
  private:
   bool settle_record_size();

@@ -165,11 +165,11 @@ namespace {
 
 // Index allocation blocks carry an update sequence array as file records do: each 4096-byte block
 // of the copy gets its sector tails back. No signature is tested, so damaged blocks come out too.
-void fix_index_blocks(uint8_t* buf, uint64_t length, uint32_t sector_size) {
+void fix_index_blocks(uint8_t* buf, uint64_t length) {
   for (uint64_t off = 0; off + 8 <= length; off += 4096) {
     uint64_t block = std::min<uint64_t>(4096, length - off);
     uint16_t count = orv::le16(buf + off + 6);
-    if (count > 1) apply_fixups(buf + off, size_t(block), orv::le16(buf + off + 4), count, sector_size);
+    if (count > 1) apply_fixups(buf + off, size_t(block), orv::le16(buf + off + 4), count, k_fixup_stride);
   }
 }
 
@@ -196,7 +196,7 @@ bool copy_plain(CNtfs& volume, const attrib_row& row, const data_run_list& runs,
     uint64_t length = chunk;
     uint32_t flags = 0;
     if (!read_stream(volume, runs, pos, buf.data(), length, flags) || length == 0) break;
-    if (row.m_type == 0xA0 && !options.m_raw) fix_index_blocks(buf.data(), length, volume.sector_size());
+    if (row.m_type == 0xA0 && !options.m_raw) fix_index_blocks(buf.data(), length);
     if (!emit(out, options, buf.data(), length)) return false;
     total += length;
     pos += length;

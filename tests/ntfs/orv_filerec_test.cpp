@@ -67,10 +67,12 @@ TEST(Fixups, KindsAndModes) {
     const fixup_mode modes[] = {fixup_scan, fixup_volume, fixup_recovery};
     for (int m = 0; m < 3; ++m) {
       std::vector<uint8_t> record = c.m_record;
-      EXPECT_EQ(fixup_record(record.data(), c.m_length, 512, modes[m]), expected[m]) << "mode " << m;
+      EXPECT_EQ(fixup_record(record.data(), c.m_length, modes[m]), expected[m]) << "mode " << m;
       // The scans leave "BAAD" untouched: its sectors are not to be trusted.
       const bool repaired = expected[m] != record_refused && !(modes[m] == fixup_scan && expected[m] == record_baad);
-      if (c.m_length >= 1024) EXPECT_EQ(record[510] == 0xAB, repaired) << "mode " << m;
+      if (c.m_length >= 1024) {
+        EXPECT_EQ(record[510] == 0xAB, repaired) << "mode " << m;
+      }
     }
   }
 }

@@ -44,6 +44,5 @@ TEST(RecordSource, RecordSizeFromTheFirstRecord) {
     EXPECT_EQ(source->record_size(), c.m_size);
     ASSERT_TRUE(source->read_raw(1, record));
     EXPECT_EQ(record.size(), c.m_size);
-    EXPECT_EQ(source->sector_size(), 512u);
   }
 }
