@@ -12,6 +12,7 @@
 #include "ntfs/orv_filerec.h"
 #include "ntfs/orv_record_header.h"
 #include "ntfs/orv_stream.h"
+#include "storage/orv_disk_structs.h"
 
 using orv::le16;
 using orv::le32;
@@ -68,7 +69,7 @@ bool mft_locate(const data_run_list& runs, uint64_t cluster_size, uint64_t byte,
 }  // namespace
 
 uint16_t NTFS_BOOT::bytes_per_sector() const { return le16(m_bytes + 11); }
-uint8_t NTFS_BOOT::sectors_per_cluster() const { return m_bytes[13]; }
+uint32_t NTFS_BOOT::sectors_per_cluster() const { return ntfs_sectors_per_cluster(m_bytes[13]); }
 uint64_t NTFS_BOOT::total_sectors() const { return le64(m_bytes + 40); }
 uint64_t NTFS_BOOT::mft_lcn() const { return le64(m_bytes + 48); }
 int8_t NTFS_BOOT::clusters_per_record() const { return int8_t(m_bytes[64]); }
@@ -232,14 +233,17 @@ bool CNtfs::volume_open(uint64_t* mft_pos) {
   if (!m_boot.oem_ok()) return false;
 
   uint32_t spc = m_boot.sectors_per_cluster();
-  m_cluster_size = int32_t(uint32_t(m_boot.bytes_per_sector()) * spc);  // at most 65535 x 255
+  const uint64_t cluster_bytes = uint64_t(m_boot.bytes_per_sector()) * spc;
+  if (cluster_bytes > INT32_MAX) return false;
+  m_cluster_size = int32_t(cluster_bytes);
   if (m_cluster_size <= 0) return false;  // nothing on such a volume can be located
   int8_t per_record = m_boot.clusters_per_record();
   if (per_record < 0) {
     // Negative: the record size is 2^-v bytes, whatever the cluster size.
     m_mft_record_size = uint32_t(1) << ((256 - uint8_t(per_record)) % 32);
   } else {
-    m_mft_record_size = uint32_t(m_cluster_size) * uint32_t(per_record);
+    const uint64_t size = uint64_t(m_cluster_size) * uint32_t(per_record);
+    m_mft_record_size = size > MAX_RECORD_SIZE ? MAX_RECORD_SIZE + 1 : uint32_t(size);  // refused below
   }
   if (m_mft_record_size == 0) m_mft_record_size = 1024;
   if (m_mft_record_size > MAX_RECORD_SIZE || m_mft_record_size < MIN_RECORD_SIZE) return false;

@@ -12,7 +12,7 @@
 struct NTFS_BOOT {
   uint8_t m_bytes[512] = {};
   uint16_t bytes_per_sector() const;
-  uint8_t sectors_per_cluster() const;
+  uint32_t sectors_per_cluster() const;  // the large-cluster form decoded
   uint64_t total_sectors() const;
   uint64_t mft_lcn() const;
   int8_t clusters_per_record() const;

@@ -405,6 +405,12 @@ bool partition_is_ntfs(const partition_record& record) {
   return partition_type_name(record.m_type).find("ntfs") != std::string::npos;
 }
 
+uint32_t ntfs_sectors_per_cluster(uint8_t value) {
+  if (value <= 0x80) return value;
+  const unsigned shift = 256u - value;
+  return shift <= 16 ? 1u << shift : 0;  // 2 MiB of 512-byte sectors is 2^12
+}
+
 void guess_volume(partition_record& r, const uint8_t* bytes, size_t length) {
   if (!bytes || length < 512) return;
   byte_span b(bytes, length);
@@ -422,7 +428,7 @@ void guess_volume(partition_record& r, const uint8_t* bytes, size_t length) {
   } else if (text_at(b, 3, "NTFS    ") || text_at(b, 3, "-FVE-FS-")) {
     r.m_type = 7;
     r.m_type_name = text_at(b, 3, "NTFS    ") ? "ntfs" : "bitlocker container";
-    r.m_sectors_per_cluster = b.u8(13);
+    r.m_sectors_per_cluster = ntfs_sectors_per_cluster(b.u8(13));
     r.m_sector_size = b.u16(11);
     r.m_serial = b.u32(72);
     if (r.m_sector_count == 0) r.m_sector_count = b.u64(40);

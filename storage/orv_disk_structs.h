@@ -31,6 +31,10 @@ struct partition_record {
 using partition_list = std::vector<partition_record>;
 
 bool read_partitions(RAW_DISK_IO& disk, partition_list& list, bool force, bool with_gaps);
+// Sectors per cluster as an NTFS boot sector keeps them (byte 13): up to 0x80 the count itself,
+// above it 2^(256 - value), the form Windows writes for clusters of 128 KiB to 2 MiB. 0 for a
+// power no volume can have.
+uint32_t ntfs_sectors_per_cluster(uint8_t value);
 // Buffer form, for a disk whose first sector is all that is at hand (VMDK).
 bool read_partitions_buffer(const uint8_t* bytes, size_t length, partition_list& list, bool force);
 // Appends to `list`: rows of MBR entries ahead of the protective entry stay.
