@@ -10,6 +10,7 @@
 #include "analysis/orv_scan_state.h"
 #include "analysis/orv_time_analysis.h"
 #include "base/orv_console.h"
+#include "base/orv_string.h"
 #include "ntfs/ntfs.h"
 #include "ntfs/orv_attrib.h"
 #include "ntfs/orv_filerec.h"
@@ -17,8 +18,11 @@
 
 // ---- source ----------------------------------------------------------------------------------
 
-static void adopt_volume(scan_state& scan, std::unique_ptr<CNtfs> volume) {
-  if (!volume || !volume->validated()) return;
+static void adopt_volume(scan_state& scan, std::unique_ptr<CNtfs> volume, const std::string& why) {
+  if (!volume || !volume->validated()) {
+    scan.m_problem = why.empty() ? "no NTFS volume there" : why;
+    return;
+  }
   scan.m_source.adopt_volume(std::move(volume));
   scan.m_mft_total = scan.m_source.volume()->mft_inode_count();
 }
@@ -29,6 +33,7 @@ static bool starts_with_two_backslashes(const std::wstring& name) {
 
 bool ensure_source_open(const mft_entries_ctx& options, scan_state& scan) {
   record_source& source = scan.m_source;
+  scan.m_problem.clear();
   if (source.is_open()) {
     // A volume lent to the scan is taken as it is; one that does not validate is no source.
     CNtfs* volume = source.volume();
@@ -37,33 +42,40 @@ bool ensure_source_open(const mft_entries_ctx& options, scan_state& scan) {
       return true;
     }
     source.close();
+    scan.m_problem = volume->m_refusal;
     return false;
   }
   if (!options.m_mftfile_path.empty()) {
-    if (!source.open_mftfile(options.m_mftfile_path)) return false;
     scan.m_source_text = options.m_mftfile_path;
+    if (!source.open_mftfile(options.m_mftfile_path)) {
+      scan.m_problem = "it cannot be opened";
+      return false;
+    }
     scan.m_mft_total = source.size() / source.record_size();
     return true;
   }
   if (!options.m_vmdk_list.empty()) return false;  // VMDK chains are not readable in this build
+  std::string why;
   if (options.m_drive_num != 0xFFFFFFFFu) {
     scan.m_source_text = L"physical drive: " + std::to_wstring(options.m_drive_num);
-    adopt_volume(scan, open_volume_drive(options.m_drive_num, options.m_volume_offset));
+    adopt_volume(scan, open_volume_drive(options.m_drive_num, options.m_volume_offset, &why), why);
   } else if (!options.m_image_volume_path.empty() || !options.m_image_path.empty()) {
     const std::wstring& path = options.m_image_volume_path.empty() ? options.m_image_path : options.m_image_volume_path;
     scan.m_source_text = path;
-    adopt_volume(scan, open_volume_path(path, options.m_volume_offset));
+    adopt_volume(scan, open_volume_path(path, options.m_volume_offset, &why), why);
   } else if (!options.m_partition.empty()) {
     // Without a drive-letter table a plain name can only stand for "X:", opened as a path.
     std::wstring open_name = options.m_partition;
     if (!starts_with_two_backslashes(open_name)) open_name = open_name.substr(0, 1) + L":";
     scan.m_source_text = L"partition: " + options.m_partition;
-    adopt_volume(scan, open_volume_path(open_name, 0));
+    adopt_volume(scan, open_volume_path(open_name, 0, &why), why);
   } else if (!options.m_mounted_vmdk.empty()) {
     if (options.m_mounted_vmdk.compare(0, 4, L"\\\\.\\") != 0) return false;
     scan.m_source_text = options.m_mounted_vmdk;
-    adopt_volume(scan, open_volume_path(options.m_mounted_vmdk, options.m_volume_offset));
+    adopt_volume(scan, open_volume_path(options.m_mounted_vmdk, options.m_volume_offset, &why), why);
   }
+  if (!scan.m_problem.empty()) log_line(scan.log(), "source %s not opened: %s", orv::to_utf8(scan.m_source_text).c_str(),
+                                        scan.m_problem.c_str());
   return source.is_open();
 }
 
@@ -81,11 +93,17 @@ struct scan_setup {
 
 // Reads record 0 for the size of $MFT's data and settles the number of records.
 bool scan_prologue(const mft_entries_ctx& options, scan_state& scan, bool inode_list, scan_setup& setup) {
-  if (!ensure_source_open(options, scan) || !scan.m_source.readable()) return false;
+  if (!ensure_source_open(options, scan)) return false;
+  auto fail = [&scan](const char* why) {
+    scan.m_problem = why;
+    log_line(scan.log(), "no records to scan: %s", why);
+    return false;
+  };
+  if (!scan.m_source.readable()) return fail("it holds no records");
   scan.m_dir_store.clear();
   scan.m_sound_paths.clear();
   entry_record entry;
-  if (!read_entry(entry, scan, 0, false)) return false;
+  if (!read_entry(entry, scan, 0, false)) return fail("record 0 ($MFT) cannot be read");
   uint64_t data_size = 0, bitmap_size = 0;
   for (const auto& kv : entry.m_attribs) {
     uint64_t type = attrib_key_type(kv.first);
@@ -96,7 +114,7 @@ bool scan_prologue(const mft_entries_ctx& options, scan_state& scan, bool inode_
     if (type == AT_DATA && (inode_list || entry.m_attribs.size() == 1)) break;
     if (data_size && bitmap_size) break;
   }
-  if (data_size == 0) return false;
+  if (data_size == 0) return fail("record 0 ($MFT) gives no size of its data");
   const uint64_t record_size = scan.m_source.record_size();
   setup.m_total = (!inode_list && scan.m_mft_total) ? scan.m_mft_total : data_size / record_size;
   // Never more records than the source could hold: a lying size in record 0 would otherwise walk

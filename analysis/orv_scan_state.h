@@ -16,6 +16,8 @@ struct scan_state {
   record_source m_source;
   std::wstring m_source_text;  // description of the source, copied to every entry
   uint64_t m_mft_total = 0;    // records the source holds; 0 when it did not tell
+  // Why the last scan read no record at all, for the run to say; empty when it read some.
+  std::string m_problem;
 
   // Record decoding, as the options ask for it.
   const diag_sink* m_log = nullptr;  // never null once made by scan_state_for

@@ -23,6 +23,8 @@ bool unalloc_scan(const mft_entries_ctx& options, scan_state& scan, const record
   CNtfs* volume = scan.m_source.volume();
   std::vector<uint8_t> bitmap;
   if (!volume || !volume->validated() || !volume->read_cluster_bitmap(bitmap)) {
+    scan.m_problem = volume ? "its cluster bitmap cannot be read" : "an extracted $MFT has no free clusters to scan";
+    log_line(scan.log(), "no free clusters to scan: %s", scan.m_problem.c_str());
     close_source(scan);
     return false;
   }

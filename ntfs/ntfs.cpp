@@ -221,22 +221,24 @@ bool CNtfs::read_inode_stats(uint64_t inode, const std::vector<uint8_t>& record,
 // ---- validation ----
 
 bool CNtfs::volume_open(uint64_t* mft_pos) {
-  if (!m_disk) {
-    m_validated = false;
-    return false;
-  }
   if (m_validated) {
     if (mft_pos) *mft_pos = m_mft_file_pos;
     return true;
   }
-  if (!read_exact(m_disk.get(), m_volume_offset, m_boot.m_bytes, sizeof m_boot.m_bytes)) return false;
-  if (!m_boot.oem_ok()) return false;
+  auto refuse = [this](const char* why) {
+    m_refusal = why;
+    return false;
+  };
+  if (!m_disk) return refuse("no source");
+  if (!read_exact(m_disk.get(), m_volume_offset, m_boot.m_bytes, sizeof m_boot.m_bytes))
+    return refuse("its boot sector cannot be read");
+  if (!m_boot.oem_ok()) return refuse("no \"NTFS\" in its boot sector");
 
   uint32_t spc = m_boot.sectors_per_cluster();
   const uint64_t cluster_bytes = uint64_t(m_boot.bytes_per_sector()) * spc;
-  if (cluster_bytes > INT32_MAX) return false;
+  // Nothing on a volume without clusters can be located.
+  if (cluster_bytes == 0 || cluster_bytes > INT32_MAX) return refuse("impossible bytes per sector or sectors per cluster");
   m_cluster_size = int32_t(cluster_bytes);
-  if (m_cluster_size <= 0) return false;  // nothing on such a volume can be located
   int8_t per_record = m_boot.clusters_per_record();
   if (per_record < 0) {
     // Negative: the record size is 2^-v bytes, whatever the cluster size.
@@ -246,14 +248,18 @@ bool CNtfs::volume_open(uint64_t* mft_pos) {
     m_mft_record_size = size > MAX_RECORD_SIZE ? MAX_RECORD_SIZE + 1 : uint32_t(size);  // refused below
   }
   if (m_mft_record_size == 0) m_mft_record_size = 1024;
-  if (m_mft_record_size > MAX_RECORD_SIZE || m_mft_record_size < MIN_RECORD_SIZE) return false;
+  if (m_mft_record_size > MAX_RECORD_SIZE || m_mft_record_size < MIN_RECORD_SIZE)
+    return refuse("impossible file record size");
   m_total_clusters = spc ? m_boot.total_sectors() / spc : 0;
-  if (m_boot.mft_lcn() > (UINT64_MAX - m_volume_offset) / uint64_t(m_cluster_size) - 1) return false;
+  if (m_boot.mft_lcn() > (UINT64_MAX - m_volume_offset) / uint64_t(m_cluster_size) - 1)
+    return refuse("$MFT placed past any source");
   m_mft_file_pos = uint64_t(m_cluster_size) * m_boot.mft_lcn();
 
   std::vector<uint8_t> rec(m_mft_record_size);
-  if (!read_exact(m_disk.get(), m_volume_offset + m_mft_file_pos, rec.data(), rec.size())) return false;
-  if (fixup_record(rec.data(), rec.size(), fixup_volume) == record_refused) return false;
+  if (!read_exact(m_disk.get(), m_volume_offset + m_mft_file_pos, rec.data(), rec.size()))
+    return refuse("record 0 of $MFT cannot be read");
+  if (fixup_record(rec.data(), rec.size(), fixup_volume) == record_refused)
+    return refuse("record 0 of $MFT is no file record");
   if (is_valid_filerec(rec.data(), rec.size())) {
     // The record knows its own size: (count - 1) sectors of 512. A boot sector that claims less
     // (count 9 with 1024) is overruled and record 0 read again at the larger size.
@@ -262,8 +268,9 @@ bool CNtfs::volume_open(uint64_t* mft_pos) {
     if (own > m_mft_record_size) {
       m_mft_record_size = own;
       rec.assign(own, 0);
-      if (!read_exact(m_disk.get(), m_volume_offset + m_mft_file_pos, rec.data(), rec.size())) return false;
-      if (fixup_record(rec.data(), rec.size(), fixup_volume) != record_file) return false;
+      if (!read_exact(m_disk.get(), m_volume_offset + m_mft_file_pos, rec.data(), rec.size()) ||
+          fixup_record(rec.data(), rec.size(), fixup_volume) != record_file)
+        return refuse("record 0 of $MFT cannot be read at its own size");
     }
   }
   // The allocated size at offset 28 is the stride of records inside the MFT. A value that cannot
@@ -392,18 +399,36 @@ bool CNtfs::read_cluster_bitmap(std::vector<uint8_t>& out) {
 
 // ---- creators ----
 
-std::unique_ptr<CNtfs> open_volume_path(const std::wstring& path, uint64_t offset) {
-  std::unique_ptr<RAW_DISK_IO> disk(new RAW_DISK_IO());
-  if (!disk->open_path(path, false, RAW_KIND_FILE)) return nullptr;
+namespace {
+
+std::unique_ptr<CNtfs> validated(std::unique_ptr<RAW_DISK_IO> disk, uint64_t offset, std::string* why) {
   std::unique_ptr<CNtfs> volume(new CNtfs(std::move(disk), offset));
-  if (!volume->volume_open()) return nullptr;
-  return volume;
+  if (volume->volume_open()) return volume;
+  if (why) *why = volume->m_refusal;
+  return nullptr;
 }
 
-std::unique_ptr<CNtfs> open_volume_drive(uint32_t drive, uint64_t offset) {
+}  // namespace
+
+std::unique_ptr<CNtfs> open_volume_path(const std::wstring& path, uint64_t offset, std::string* why) {
   std::unique_ptr<RAW_DISK_IO> disk(new RAW_DISK_IO());
-  if (!disk->open_disk(drive, false)) return nullptr;
-  std::unique_ptr<CNtfs> volume(new CNtfs(std::move(disk), offset));
-  if (!volume->volume_open()) return nullptr;
-  return volume;
+  if (!disk->open_path(path, false, RAW_KIND_FILE)) {
+    if (why) *why = "it cannot be opened";
+    return nullptr;
+  }
+  return validated(std::move(disk), offset, why);
+}
+
+std::unique_ptr<CNtfs> open_volume_drive(uint32_t drive, uint64_t offset, std::string* why) {
+  std::unique_ptr<RAW_DISK_IO> disk(new RAW_DISK_IO());
+  if (!disk->open_disk(drive, false)) {
+    if (why) *why = "the drive cannot be opened";
+    return nullptr;
+  }
+  return validated(std::move(disk), offset, why);
+}
+
+uint64_t CNtfs::volume_bytes() const {
+  const uint64_t sectors = m_boot.total_sectors(), bps = m_boot.bytes_per_sector();
+  return bps && sectors <= UINT64_MAX / bps ? sectors * bps : 0;
 }

@@ -66,10 +66,13 @@ class CNtfs {
   uint32_t sector_size() const;
   uint64_t cluster_size() const { return m_cluster_size > 0 ? uint64_t(m_cluster_size) : 0; }
   RAW_DISK_IO* disk() { return m_disk.get(); }
+  // Bytes the boot sector gives the volume; 0 when it does not say.
+  uint64_t volume_bytes() const;
 
   NTFS_BOOT m_boot;
   std::unique_ptr<RAW_DISK_IO> m_disk;
   bool m_validated = false;
+  std::string m_refusal;                // why volume_open failed
   std::vector<uint8_t> m_first_record;  // record 0 of $MFT, fixed up
   INODE_STATS m_mft_info;               // record 0 with its attribute list
   data_run_list m_bitmap_runs;          // unnamed data of record 6, $Bitmap
@@ -92,7 +95,8 @@ class CNtfs {
   uint64_t m_last_inode = UINT64_MAX - 1;  // the record read last, to tell a walk from a jump
 };
 
-// Opens a volume on a path source at `offset`; nullptr when it does not validate.
-std::unique_ptr<CNtfs> open_volume_path(const std::wstring& path, uint64_t offset);
-std::unique_ptr<CNtfs> open_volume_drive(uint32_t drive, uint64_t offset);
+// Opens a volume on a path source at `offset`; nullptr when it does not validate, `why` then
+// saying what was wrong.
+std::unique_ptr<CNtfs> open_volume_path(const std::wstring& path, uint64_t offset, std::string* why = nullptr);
+std::unique_ptr<CNtfs> open_volume_drive(uint32_t drive, uint64_t offset, std::string* why = nullptr);
 

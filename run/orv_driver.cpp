@@ -16,6 +16,7 @@
 #include "base/orv_results_stream.h"
 #include "base/orv_string.h"
 #include "base/orv_version.h"
+#include "ntfs/ntfs.h"
 #include "results/orv_default_results.h"
 #include "run/mft_entries_ctx.h"
 #include "run/orv_instances.h"
@@ -148,6 +149,24 @@ bool only_inode_filters(const mft_entries_ctx& c) {
          c.m_signature_filters.empty() && !c.m_filter_inodes.empty();
 }
 
+// What a scan could not do, said once on standard error; the run goes on as the options ask.
+void say_problem(scan_state& scan) {
+  if (scan.m_problem.empty()) return;
+  print_message("prob reading %s: %s, aborting\n", orv::to_utf8(scan.m_source_text).c_str(), scan.m_problem.c_str());
+  scan.m_problem.clear();
+}
+
+// A volume the image or drive holds only in part: records and content past the end are missing.
+void say_shortfall(const scan_state& scan) {
+  const CNtfs* volume = scan.m_source.volume();
+  if (!volume || !volume->m_disk) return;
+  const uint64_t have = volume->m_disk->size(), need = volume->m_volume_offset + volume->volume_bytes();
+  if (have && need > have)
+    print_message("prob reading %s: it holds 0x%llx of the 0x%llx bytes the volume needs; what lies past its end "
+                  "cannot be read\n",
+                  orv::to_utf8(scan.m_source_text).c_str(), (unsigned long long)have, (unsigned long long)need);
+}
+
 // Picks the scans: the inode list alone, or a full scan, an unallocated pass, or both in turn.
 // Every selected record goes to the default rows, the one format this build writes.
 void run_scans(const mft_entries_ctx& c, results_stream& out) {
@@ -155,23 +174,26 @@ void run_scans(const mft_entries_ctx& c, results_stream& out) {
   scan_state_for(scan, c);
   default_writer writer(c, out);
   const record_sink sink = default_rows_sink(writer);
-  ensure_source_open(c, scan);
+  if (!ensure_source_open(c, scan)) return say_problem(scan);
+  say_shortfall(scan);
   if (only_inode_filters(c)) {
     inode_list_scan(c, scan, sink);
-    return;
+    return say_problem(scan);
   }
   if (c.m_filter_all_clusters || c.m_filter_deleted_all) {
     // $MFT first: every record, or the deleted ones alone; then free clusters.
     scan.m_deleted_only = scan.m_and_logic = !c.m_filter_all_clusters;
     full_scan(c, scan, sink);
+    say_problem(scan);
     if (c.m_progress) print_message("finished scanning MFT records from $MFT... proceeding to unallocated clusters\n");
     scan.m_deleted_only = false;
     scan.m_and_logic = true;
   } else if (!c.m_scan_unalloc) {
     full_scan(c, scan, sink);
-    return;
+    return say_problem(scan);
   }
   unalloc_scan(c, scan, sink);
+  say_problem(scan);
 }
 
 std::string directory_of(const std::string& path) {
