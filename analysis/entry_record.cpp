@@ -515,11 +515,9 @@ bool read_entry(entry_record& entry, scan_state& scan, uint64_t inode, bool capt
     record.clear();
     return false;
   }
-  if (bad) {
-    log_line(scan.log(), "err: recd bad %llx", (unsigned long long)inode);
-    record.clear();
-    return false;
-  }
+  // A "BAAD" record is decoded for what its attributes still hold: a directory that chkdsk marked
+  // so still names the files below it.
+  if (bad) log_line(scan.log(), "err: recd bad %llx", (unsigned long long)inode);
   const uint16_t first = take_record_header(entry, record.data(), record.size(), inode);
   if (first == 0) return true;
   attrib_walk_rules rules;

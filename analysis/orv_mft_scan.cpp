@@ -141,11 +141,10 @@ void scan_record(entry_record& entry, std::vector<uint8_t>& buffer, uint64_t ino
     return;
   }
   if (bad) {
-    // A "BAAD" record failed its multi-sector write: its sectors cannot be trusted, so it is
-    // reported and skipped, never decoded.
+    // A "BAAD" record failed its multi-sector write; it is reported and offered to the selection
+    // with whatever its attributes still hold.
     log_line(scan.log(), "err: recd bad %llx", (unsigned long long)inode);
     log_line(scan.log(), "mft entry %llu has bad filerecord", (unsigned long long)inode);
-    return;
   }
   if (!select_record(entry, buffer, uint32_t(buffer.size()), inode, options, scan)) return;
   entry.m_record_offset = options.m_show_record_offset ? uint64_t(scan.m_source.record_size()) * inode : 0;

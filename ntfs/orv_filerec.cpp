@@ -29,11 +29,11 @@ int fixup_record(uint8_t* buffer, size_t length, fixup_mode mode) {
     kind = record_index;
     array_offset = orv::le16(buffer + 4);
   } else if (length >= 4 && std::memcmp(buffer, "BAAD", 4) == 0) {
-    if (mode == fixup_scan) return record_baad;
-    if (mode == fixup_volume || length < 8) return record_refused;
+    if (mode == fixup_volume) return record_refused;
+    const bool plausible = length >= 8 && orv::le16(buffer + 6) <= 10 && orv::le16(buffer + 4) <= 64;
+    if (!plausible) return mode == fixup_scan ? record_baad : record_refused;
     kind = record_baad;
     array_offset = orv::le16(buffer + 4);
-    if (orv::le16(buffer + 6) > 10 || array_offset > 64) return record_refused;
   } else {
     return record_refused;
   }

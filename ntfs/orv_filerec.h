@@ -16,11 +16,13 @@ constexpr uint32_t k_fixup_stride = 512;
 
 // How a reader takes the kinds of buffer it may meet. "FILE" (by is_valid_filerec) and "INDX"
 // always pass with their fixups.
+// A "BAAD" record is one whose multi-sector write failed; what its attributes still hold is
+// decoded like any record's, its array applied when it lies within 64 bytes and holds at most 10
+// words.
 enum fixup_mode {
-  fixup_scan,      // "BAAD" is recognised and left as it is: the scans report and skip it
-  fixup_volume,    // "BAAD" is refused: the volume's own reads
-  fixup_recovery,  // blocks of free clusters: at least 1024 bytes, "BAAD" repaired when its array
-                   // lies within 64 bytes and holds at most 10 words, the array must fit the buffer
+  fixup_scan,      // the scans and the entry decoder: "BAAD" is taken and reported
+  fixup_volume,    // the volume's own reads: "BAAD" is refused
+  fixup_recovery,  // blocks of free clusters: at least 1024 bytes, and the array must fit the buffer
 };
 
 // Copies word i of the array over the last two bytes of sector i-1, for i from 1 while i < count
@@ -29,6 +31,6 @@ void apply_fixups(uint8_t* buffer, size_t length, uint32_t array_offset, uint32_
 // Recognises the buffer and applies its fixups as `mode` says; gives the record_kind.
 int fixup_record(uint8_t* buffer, size_t length, fixup_mode mode);
 // Reads record `inode` from `source` into `record` (sized by the call) and applies fixups. True
-// when `record` holds something usable; `bad` flags a "BAAD" record, which is left as it is.
+// when `record` holds something usable; `bad` flags a "BAAD" record.
 bool mft_fixup_read(std::vector<uint8_t>& record, bool& bad, record_source& source, uint64_t inode,
                     const diag_sink& log);
