@@ -108,6 +108,7 @@ void entry_record::clear() {
   m_raw_record.clear();
   m_is_extension = false;
   m_base_ref = 0;
+  m_holders.clear();
   m_volume_names.clear();
   m_volume_infos.clear();
   m_reparse_targets.clear();
@@ -190,11 +191,25 @@ static void merge_into(entry_record& entry, attrib_item& stored, const attrib_vi
   merge_run_lists(stored.m_runs, runs);
 }
 
+// The stored attribute that `attr` continues: a later extent (first VCN above 0) of a
+// non-resident attribute of the same type and name, held by another record of the file.
+static attrib_item* continued_item(entry_record& entry, const attrib_view& attr, const std::wstring& name) {
+  if (!attr.non_resident() || attr.first_vcn() == 0) return nullptr;
+  for (auto& kv : entry.m_attribs)
+    if (kv.second.type() == attr.type() && kv.second.non_resident() && kv.second.m_name == name) return &kv.second;
+  return nullptr;
+}
+
 static void store_merged(entry_record& entry, attrib_key key, const attrib_view& attr, const char* label,
                          const std::wstring& name, uint64_t inode) {
   auto it = entry.m_attribs.find(key);
-  if (it == entry.m_attribs.end()) new_item(entry, key, attr, label, name, inode);
-  else if (it->second.m_name == name) merge_into(entry, it->second, attr);
+  if (it != entry.m_attribs.end()) {
+    if (it->second.m_name == name) merge_into(entry, it->second, attr);
+  } else if (attrib_item* continued = continued_item(entry, attr, name)) {
+    merge_into(entry, *continued, attr);
+  } else {
+    new_item(entry, key, attr, label, name, inode);
+  }
 }
 
 // Stored under `key` with the value captured, or merged like any other.
@@ -224,9 +239,8 @@ static void read_zone_stream(entry_record& entry, const scan_state& scan, const 
   else entry.m_zone_buffer.resize(std::min<uint64_t>(length, entry.m_zone_buffer.size()));
 }
 
-static void categorize_data(entry_record& entry, const scan_state& scan, uint64_t inode, const attrib_view& attr,
-                            const std::wstring& name, bool capture) {
-  attrib_key key = make_attrib_key(AT_DATA, attr.id());
+static void categorize_data(entry_record& entry, const scan_state& scan, uint64_t inode, attrib_key key,
+                            const attrib_view& attr, const std::wstring& name, bool capture) {
   const char* label = name.empty() ? "unnamed data" : "ads";
   bool zone = !name.empty() && scan.m_zone_info && name == L"Zone.Identifier";
   byte_span value = attr.non_resident() ? byte_span() : attr.value();
@@ -250,8 +264,8 @@ static void categorize_data(entry_record& entry, const scan_state& scan, uint64_
     if (it != entry.m_attribs.end()) {
       if (it->second.m_name == name) merge_into(entry, it->second, attr);
     } else {
-      attrib_item* joined = nullptr;
-      if (name.empty() && entry.m_has_unnamed_data) {
+      attrib_item* joined = continued_item(entry, attr, name);
+      if (!joined && name.empty() && entry.m_has_unnamed_data) {
         // Extents of one unnamed stream may carry different attribute ids: join them.
         for (auto& kv : entry.m_attribs)
           if ((attrib_key_type(kv.first) & 0x80) && kv.second.m_label == "unnamed data") {
@@ -322,6 +336,17 @@ static void categorize_file_name(entry_record& entry, const scan_state& scan, ui
   if (index.second) index.first->second = fn.m_key;
 }
 
+// Slot of the record that holds an attribute: 0 for the entry's own record, then one per
+// extension record in the order met.
+static uint16_t holder_slot(entry_record& entry, uint64_t holder) {
+  if (holder == entry.m_inode) return 0;
+  for (size_t i = 0; i < entry.m_holders.size(); ++i)
+    if (entry.m_holders[i] == holder) return uint16_t(i + 1);
+  if (entry.m_holders.size() >= 0xFFFF) return 0xFFFF;  // more records than any file holds
+  entry.m_holders.push_back(holder);
+  return uint16_t(entry.m_holders.size());
+}
+
 bool categorize_attrib(entry_record& entry, scan_state& scan, uint64_t inode, const uint8_t* record,
                        uint32_t record_length, const uint8_t* attribute, bool& list_seen, bool capture) {
   if (!record || !record_length || !attribute || attribute < record) return false;
@@ -336,7 +361,7 @@ bool categorize_attrib(entry_record& entry, scan_state& scan, uint64_t inode, co
   std::wstring name;
   if (attr.has_name()) orv::utf16_to_wide(attr.m_bytes.at(attr.name_offset()), int64_t(attr.name_length()) * 2, name);
   byte_span value = attr.non_resident() ? byte_span() : attr.value();
-  attrib_key key = make_attrib_key(type, attr.id());
+  const attrib_key key = make_attrib_key(type, attr.id(), holder_slot(entry, inode));
   entry_node_pools& pools = entry.m_pools.get();
 
   switch (type) {
@@ -394,7 +419,7 @@ bool categorize_attrib(entry_record& entry, scan_state& scan, uint64_t inode, co
       break;
     }
     case AT_DATA:
-      categorize_data(entry, scan, inode, attr, name, capture);
+      categorize_data(entry, scan, inode, key, attr, name, capture);
       break;
     case AT_INDEX_ROOT:
       if (value.m_size) {
@@ -424,7 +449,8 @@ bool categorize_attrib(entry_record& entry, scan_state& scan, uint64_t inode, co
     default: {
       // Types without a decoder of their own share the pseudo type and differ by attribute id.
       std::string label = attrib_kind_label(type, !name.empty());
-      store_captured_or_merged(entry, make_attrib_key(AT_END, attr.id()), attr, label.c_str(), name, inode, capture);
+      store_captured_or_merged(entry, make_attrib_key(AT_END, attr.id(), holder_slot(entry, inode)), attr,
+                               label.c_str(), name, inode, capture);
       break;
     }
   }

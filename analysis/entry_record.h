@@ -16,11 +16,15 @@
 
 struct scan_state;
 
-// Low 48 bits attribute type, high 16 bits attribute id. Types without decoding of their own use
-// the pseudo type 0xFFFFFFFF.
+// Low 32 bits attribute type, bits 32-47 the record that holds the attribute (0 the base record,
+// 1 and on the extension records in the order met), high 16 bits attribute id. Extension records
+// number their attributes from 0 again, so without the holder their attributes would collide
+// with the base record's. Types without decoding of their own use the pseudo type 0xFFFFFFFF.
 using attrib_key = uint64_t;
-inline attrib_key make_attrib_key(uint64_t type, uint16_t id) { return (type & 0x0000FFFFFFFFFFFFull) | (uint64_t(id) << 48); }
-inline uint64_t attrib_key_type(attrib_key key) { return key & 0x0000FFFFFFFFFFFFull; }
+inline attrib_key make_attrib_key(uint64_t type, uint16_t id, uint16_t holder = 0) {
+  return (type & 0xFFFFFFFFull) | (uint64_t(holder) << 32) | (uint64_t(id) << 48);
+}
+inline uint64_t attrib_key_type(attrib_key key) { return key & 0xFFFFFFFFull; }
 inline uint16_t attrib_key_id(attrib_key key) { return uint16_t(key >> 48); }
 
 // A standard information value (the short 48-byte form zero-padded to 72).
@@ -121,6 +125,7 @@ class entry_record {
   std::map<attrib_key, std::wstring> m_reparse_targets;
   std::map<std::wstring, std::array<uint8_t, 16>> m_index_roots;
   std::map<attrib_key, attrib_item> m_attribs;
+  std::vector<uint64_t> m_holders;  // extension records met, in order: holder slots 1, 2, ...
   bool m_has_unnamed_data = false;
   std::vector<uint8_t> m_zone_buffer;
   std::map<std::string, std::string> m_zone_info;
