@@ -193,20 +193,26 @@ uint64_t force_scan(const layout_source& src) {
   return 0;
 }
 
-bool gpt_from_source(const layout_source& src, partition_list& list, bool with_gaps) {
+// The GPT header stands in the second sector: its signature tells the disk's sector size, whether
+// the protective MBR carries 0xAA55 at 510 (as partitioning tools write it on 4096-byte disks too)
+// or at the end of its sector.
+uint32_t gpt_sector_size(const layout_source& src) {
   std::vector<uint8_t> block;
-  if (!src.read_block(block, GPT_READ, 0)) return false;
+  if (!src.read_block(block, GPT_READ, 0)) return 0;
   byte_span first(block.data(), block.size());
-  uint32_t sector_size = 0;
-  for (uint32_t candidate = 512; candidate <= 16384; candidate *= 2) {
-    if (first.u16(candidate - 2) == BOOT_SIGNATURE) {
-      sector_size = candidate;
-      break;
-    }
-  }
+  for (uint32_t candidate = 512; candidate <= 16384; candidate *= 2)
+    if (text_at(first, candidate, "EFI PART")) return candidate;
+  for (uint32_t candidate = 512; candidate <= 16384; candidate *= 2)
+    if (first.u16(candidate - 2) == BOOT_SIGNATURE) return candidate;
+  return 0;
+}
+
+bool gpt_from_source(const layout_source& src, partition_list& list, bool with_gaps) {
+  const uint32_t sector_size = gpt_sector_size(src);
   if (!sector_size) return false;
 
   // GPT header in the sector after the protective MBR.
+  std::vector<uint8_t> block;
   if (!src.read_block(block, GPT_READ, sector_size)) return false;
   byte_span header(block.data(), block.size());
   if (header.u64(24) != 1) return false;  // MyLBA
@@ -258,6 +264,22 @@ bool gpt_from_source(const layout_source& src, partition_list& list, bool with_g
 
 enum first_sector_kind { FIRST_NONE, FIRST_MBR, FIRST_BARE, FIRST_EXT };
 
+// The sector size the MBR's entries count in: the first size at which a primary entry points at a
+// volume boot sector. A disk of 4096-byte sectors carries its table and 0xAA55 where a disk of
+// 512-byte sectors does, so the table alone does not tell.
+uint32_t entries_sector_size(const layout_source& src, const byte_span& mbr, uint32_t found) {
+  std::vector<uint8_t> boot;
+  for (uint32_t candidate = found; candidate <= 16384; candidate *= 2)
+    for (int i = 0; i < 4; ++i) {
+      const mbr_entry e = entry_at(mbr, i);
+      if (!usable(e) || is_extended(e.m_type) || e.m_start == 0) continue;
+      if (src.read_block(boot, 512, uint64_t(e.m_start) * candidate) &&
+          has_volume_signature(byte_span(boot.data(), boot.size())))
+        return candidate;
+    }
+  return found;
+}
+
 // Tells the layout and the disk's sector size from the first bytes of a disk.
 first_sector_kind classify(const byte_span& b, uint32_t& sector_size) {
   sector_size = 512;
@@ -292,14 +314,18 @@ bool discover(const layout_source& src, partition_list& list, bool force, bool w
   }
 
   if (kind == FIRST_MBR) {
+    for (int i = 0; i < 4; ++i)
+      if (entry_at(b, i).m_type == TYPE_GPT_PROTECTIVE) return gpt_from_source(src, list, with_gaps);
+    sector_size = entries_sector_size(src, b, sector_size);
+    // Every primary entry counts, wherever the extended one stands; its chain follows it.
+    bool chained = false;
     for (int i = 0; i < 4; ++i) {
       mbr_entry e = entry_at(b, i);
-      if (e.m_type == TYPE_GPT_PROTECTIVE) return gpt_from_source(src, list, with_gaps);
       if (!usable(e)) continue;
       list.push_back(make_row(e.m_start, e.m_count, e.m_type, sector_size));
-      if (is_extended(e.m_type)) {
-        if (e.m_start != 0) follow_chain(src, e.m_start, sector_size, list);
-        break;  // entries after the extended one are not looked at
+      if (is_extended(e.m_type) && !chained && e.m_start != 0) {
+        chained = true;
+        follow_chain(src, e.m_start, sector_size, list);
       }
     }
   } else {
