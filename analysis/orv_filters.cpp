@@ -70,6 +70,18 @@ bool size_group(entry_record& entry, const mft_entries_ctx& ctx) {
   return true;
 }
 
+// A name as the filters compare it: in lower case by the built-in Unicode table, after the
+// volume's own $UpCase where the scan has it, so that names NTFS holds equal are equal here.
+std::wstring compare_form(const std::wstring& text, const scan_state& scan) {
+  std::wstring out = text;
+  const bool upcase = scan.m_upcase.size() == 0x10000;
+  for (wchar_t& c : out) {
+    if (upcase && uint32_t(c) < 0x10000) c = wchar_t(scan.m_upcase[size_t(c)]);
+    c = orv::fold_lower(c);
+  }
+  return out;
+}
+
 bool wildcard_group(entry_record& entry, const mft_entries_ctx& ctx, const std::vector<std::wstring>& lowered) {
   for (const wildcard_pattern& pattern : ctx.m_filter_wildcards) {
     size_t i = 0;
@@ -83,11 +95,13 @@ bool wildcard_group(entry_record& entry, const mft_entries_ctx& ctx, const std::
   return false;
 }
 
-bool name_group(entry_record& entry, const mft_entries_ctx& ctx, const std::vector<std::wstring>& lowered) {
+bool name_group(entry_record& entry, const mft_entries_ctx& ctx, const scan_state& scan,
+                const std::vector<std::wstring>& lowered) {
   for (const filter_record& filter : ctx.m_filter_names) {
     if (filter.m_text.empty()) continue;
+    const std::wstring text = compare_form(filter.m_text, scan);
     for (const std::wstring& name : lowered) {
-      bool hit = filter.m_partial ? name.find(filter.m_text) != std::wstring::npos : name == filter.m_text;
+      bool hit = filter.m_partial ? name.find(text) != std::wstring::npos : name == text;
       if (hit) {
         set_reason(entry.m_filter_name, entry.m_filter_name_text, filter.m_text);
         return true;
@@ -136,12 +150,14 @@ bool inode_group(entry_record& entry, const mft_entries_ctx& ctx) {
   return filter.m_by_stream && stream_hit(entry, filter, entry.m_inode);
 }
 
-bool ext_group(entry_record& entry, const mft_entries_ctx& ctx, const std::vector<std::wstring>& lowered) {
+bool ext_group(entry_record& entry, const mft_entries_ctx& ctx, const scan_state& scan,
+               const std::vector<std::wstring>& lowered) {
   for (const std::wstring& ext : ctx.m_filter_ext) {
+    const std::wstring text = compare_form(ext, scan);
     for (const std::wstring& name : lowered) {
       size_t dot = name.rfind(L'.');
       if (dot == std::wstring::npos) break;  // a name without a dot ends the turn of this extension
-      if (name.compare(dot + 1, std::wstring::npos, ext) == 0) {
+      if (name.compare(dot + 1, std::wstring::npos, text) == 0) {
         set_reason(entry.m_filter_ext, entry.m_filter_ext_text, ext);
         return true;
       }
@@ -255,7 +271,7 @@ bool or_filters_match(entry_record& entry, const mft_entries_ctx& ctx, scan_stat
   std::vector<std::wstring> lowered;
   if (!ctx.m_filter_wildcards.empty() || !ctx.m_filter_names.empty() || !ctx.m_filter_ext.empty()) {
     lowered.reserve(entry.m_file_names.size());
-    for (const auto& pair : entry.m_file_names) lowered.push_back(orv::lowered(pair.second.m_name));
+    for (const auto& pair : entry.m_file_names) lowered.push_back(compare_form(pair.second.m_name, scan));
   }
 
   // Each group in force either decides at once (any hit selects) or, under AND logic, must hit.
@@ -273,12 +289,12 @@ bool or_filters_match(entry_record& entry, const mft_entries_ctx& ctx, scan_stat
     return verdict;
   if ((verdict = decide(!ctx.m_filter_wildcards.empty(), [&] { return wildcard_group(entry, ctx, lowered); })) >= 0)
     return verdict;
-  if ((verdict = decide(!ctx.m_filter_names.empty(), [&] { return name_group(entry, ctx, lowered); })) >= 0)
+  if ((verdict = decide(!ctx.m_filter_names.empty(), [&] { return name_group(entry, ctx, scan, lowered); })) >= 0)
     return verdict;
   if ((verdict = decide(!ctx.m_filter_dir_inodes.empty(), [&] { return dir_inode_group(entry, ctx, scan); })) >= 0)
     return verdict;
   if ((verdict = decide(!ctx.m_filter_inodes.empty(), [&] { return inode_group(entry, ctx); })) >= 0) return verdict;
-  if ((verdict = decide(!ctx.m_filter_ext.empty(), [&] { return ext_group(entry, ctx, lowered); })) >= 0)
+  if ((verdict = decide(!ctx.m_filter_ext.empty(), [&] { return ext_group(entry, ctx, scan, lowered); })) >= 0)
     return verdict;
   // Under AND logic every group in force has hit. Directory paths that never resolved to inodes
   // (no volume to read them from) are a filter that no record meets.

@@ -25,6 +25,7 @@ static void adopt_volume(scan_state& scan, std::unique_ptr<CNtfs> volume, const 
   }
   scan.m_source.adopt_volume(std::move(volume));
   scan.m_mft_total = scan.m_source.volume()->mft_inode_count();
+  if (scan.m_upcase.empty()) scan.m_source.volume()->read_upcase(scan.m_upcase);
 }
 
 static bool starts_with_two_backslashes(const std::wstring& name) {
@@ -39,6 +40,7 @@ bool ensure_source_open(const mft_entries_ctx& options, scan_state& scan) {
     CNtfs* volume = source.volume();
     if (!volume || volume->volume_open()) {
       if (volume) scan.m_mft_total = volume->mft_inode_count();
+      if (volume && scan.m_upcase.empty()) volume->read_upcase(scan.m_upcase);
       return true;
     }
     source.close();

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "analysis/orv_dir_cache.h"
 #include "base/orv_console.h"
@@ -18,6 +19,9 @@ struct scan_state {
   uint64_t m_mft_total = 0;    // records the source holds; 0 when it did not tell
   // Why the last scan read no record at all, for the run to say; empty when it read some.
   std::string m_problem;
+
+  // The volume's $UpCase, by which names compare as NTFS compares them; empty without a volume.
+  std::vector<uint16_t> m_upcase;
 
   // Record decoding, as the options ask for it.
   const diag_sink* m_log = nullptr;  // never null once made by scan_state_for

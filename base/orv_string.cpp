@@ -1,5 +1,6 @@
 #include "base/orv_string.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -178,16 +179,36 @@ size_t utf16_name_to_utf8(const uint8_t* bytes, int64_t length, std::string& out
 
 // ---- small text helpers --------------------------------------------------------------------
 
+namespace {
+
+// Runs of the lower-case mapping: every `step`-th code point from `first` to `last` maps to itself
+// plus `delta`. Sorted and disjoint.
+struct case_run {
+  uint16_t m_first, m_last;
+  uint8_t m_step;
+  int32_t m_delta;
+};
+const case_run k_case_runs[] = {
+#include "base/orv_case_table.inc"
+};
+
+}  // namespace
+
+wchar_t fold_lower(wchar_t c) {
+  if (c < 0x80) return c >= L'A' && c <= L'Z' ? wchar_t(c + 32) : c;
+  if (uint32_t(c) > 0xFFFF) return c;
+  const case_run* begin = k_case_runs;
+  const case_run* end = k_case_runs + sizeof k_case_runs / sizeof k_case_runs[0];
+  const case_run* run = std::upper_bound(begin, end, uint32_t(c),
+                                         [](uint32_t v, const case_run& r) { return v < r.m_first; });
+  if (run == begin) return c;
+  --run;
+  if (uint32_t(c) > run->m_last || (uint32_t(c) - run->m_first) % run->m_step) return c;
+  return wchar_t(int32_t(c) + run->m_delta);
+}
+
 void to_lower(std::wstring& text) {
-  // Every name of every record is lowered once: plain ASCII skips the library's table lookup,
-  // which gives the same answer for it.
-  for (wchar_t& c : text) {
-    if (c < 0x80) {
-      if (c >= L'A' && c <= L'Z') c = wchar_t(c + 32);
-    } else {
-      c = wchar_t(std::towlower(wint_t(c)));
-    }
-  }
+  for (wchar_t& c : text) c = fold_lower(c);
 }
 
 void to_lower(std::string& text) {
@@ -206,12 +227,9 @@ std::string lowered(std::string text) {
 
 void replace_char(std::wstring& text, wchar_t from, wchar_t to, bool ignore_case) {
   wchar_t lo = from, up = from;
-  if (ignore_case) {
-    lo = wchar_t(std::towlower(wint_t(from)));
-    up = wchar_t(std::towupper(wint_t(from)));
-  }
+  if (ignore_case) lo = fold_lower(from);
   for (wchar_t& c : text)
-    if (c == from || c == lo || c == up) c = to;
+    if (c == from || c == lo || c == up || (ignore_case && fold_lower(c) == lo)) c = to;
 }
 
 template <typename S, typename C>

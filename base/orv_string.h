@@ -24,7 +24,10 @@ bool utf16_to_utf8(const uint8_t* bytes, size_t length, std::string& out);
 size_t utf16_to_wide(const uint8_t* bytes, int64_t length, std::wstring& out);
 size_t utf16_name_to_utf8(const uint8_t* bytes, int64_t length, std::string& out, bool skip_terminator);
 
-void to_lower(std::wstring& text);  // towlower per unit, in place
+// Lower case by the Unicode database built into the program, whatever the process locale;
+// characters outside the Basic Multilingual Plane stay as they are.
+wchar_t fold_lower(wchar_t c);
+void to_lower(std::wstring& text);  // fold_lower per unit, in place
 void to_lower(std::string& text);   // tolower per byte (default locale)
 std::wstring lowered(std::wstring text);
 std::string lowered(std::string text);

@@ -397,6 +397,18 @@ bool CNtfs::read_cluster_bitmap(std::vector<uint8_t>& out) {
   return read_stream_bytes(*this, m_bitmap_runs, std::min(m_bitmap_bytes, MAX_CLUSTER_BITMAP), out);
 }
 
+bool CNtfs::read_upcase(std::vector<uint16_t>& out) {
+  out.clear();
+  std::vector<uint8_t> record, bytes;
+  INODE_STATS upcase;
+  if (!m_validated || !read_record(10, record) || !read_inode_stats(10, record, upcase) ||
+      !read_stream_bytes(*this, upcase.m_data_runs, 0x20000, bytes) || bytes.size() != 0x20000)
+    return false;
+  out.resize(0x10000);
+  for (size_t i = 0; i < out.size(); ++i) out[i] = le16(bytes.data() + 2 * i);
+  return true;
+}
+
 // ---- creators ----
 
 namespace {

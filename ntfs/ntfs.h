@@ -61,6 +61,9 @@ class CNtfs {
   // The cluster bitmap ($Bitmap, record 6): one bit per cluster, set when in use. Never more than
   // 512 MiB (a volume of 2^32 clusters), nor more than the source holds. False when unreadable.
   bool read_cluster_bitmap(std::vector<uint8_t>& out);
+  // The volume's $UpCase (record 10): the upper case of each of the 65536 UTF-16 units, by which
+  // NTFS compares names. False when it cannot be read whole.
+  bool read_upcase(std::vector<uint16_t>& out);
   uint64_t mft_inode_count() const { return m_mft_inode_count; }
   uint32_t record_size() const { return m_mft_record_size ? m_mft_record_size : 1024; }
   uint32_t sector_size() const;

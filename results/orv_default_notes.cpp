@@ -86,7 +86,7 @@ void extension_text(std::string& out, const std::wstring& name, bool is_director
       buffer[n++] = char(c >= 'A' && c <= 'Z' ? c + 32 : c);
       continue;
     }
-    c = uint32_t(wchar_t(std::towlower(wint_t(name[i]))));
+    c = uint32_t(orv::fold_lower(name[i]));
     if (c > 0x10FFFF) break;  // not a code point: the text ends here, as in every UTF-8 conversion
     n = size_t(orv::put_utf8(buffer + n, c) - buffer);
   }
