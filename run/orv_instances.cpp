@@ -3,14 +3,16 @@
 #include "run/orv_instances.h"
 
 #include <fcntl.h>
+#include <spawn.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <random>
-#include <thread>
 
 #include "analysis/entry_record.h"
 #include "analysis/orv_mft_scan.h"
@@ -27,45 +29,37 @@ constexpr uint32_t k_max_instances = 64;
 // The banner and heading of a child's file must lie within this many bytes.
 constexpr size_t k_merge_probe = 16384;
 
-// Waits on one child. Each thread owns its argument list and touches nothing else.
-class portable_thread {
- public:
-  portable_thread() = default;
-  virtual ~portable_thread() = default;
-  void start(void (*function)(std::vector<std::string>), std::vector<std::string> argument) {
-    m_thread = std::thread(function, std::move(argument));
-  }
-  void join() {
-    if (m_thread.joinable()) m_thread.join();
-  }
-
- private:
-  std::thread m_thread;
+// Children and their temporary files, for a signal that ends the run part-way: the children
+// are ended with the parent and nothing is left behind. Names are kept as C strings, which the
+// handler may use.
+struct children_in_flight {
+  std::vector<pid_t> m_pids;
+  std::vector<std::unique_ptr<char[]>> m_temp_files;
 };
+children_in_flight* g_in_flight = nullptr;
 
-// Single quotes keep every argument whole for the shell, blanks and shell characters included.
-std::string shell_word(const std::string& arg) {
-  bool plain = !arg.empty();
-  for (char c : arg)
-    if (!(isalnum(static_cast<unsigned char>(c)) || strchr("-_./:=+,@%", c))) plain = false;
-  if (plain) return arg;
-  std::string out = "'";
-  for (char c : arg) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return out + "'";
+void end_children(int sig) {
+  if (children_in_flight* run = g_in_flight) {
+    for (pid_t pid : run->m_pids)
+      if (pid > 0) ::kill(pid, SIGTERM);
+    for (const auto& name : run->m_temp_files) ::unlink(name.get());
+  }
+  ::signal(sig, SIG_DFL);
+  ::raise(sig);
 }
 
-void child_body(std::vector<std::string> args) {
-  std::string command;
-  for (size_t i = 0; i < args.size(); ++i) {
-    if (i) command += ' ';
-    command += shell_word(args[i]);
-  }
-  FILE* pipe = popen(command.c_str(), "r");
-  if (!pipe) return;
-  std::vector<char> buffer(16386);
-  while (fread(buffer.data(), 1, buffer.size(), pipe) > 0) {
-  }
-  pclose(pipe);
+// Starts this program with `args`, its standard output (the banner) thrown away. -1 on failure.
+pid_t spawn_child(const std::vector<std::string>& args) {
+  std::vector<char*> argv;
+  for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+  pid_t pid = -1;
+  if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) pid = -1;
+  posix_spawn_file_actions_destroy(&actions);
+  return pid;
 }
 
 std::string hex_text(uint64_t value) {
@@ -196,30 +190,39 @@ int run_instances(const mft_entries_ctx& c, uint32_t instance_count, const std::
 
   std::mt19937_64 generator(std::random_device{}());
   std::vector<std::string> names(instance_count);
-  std::vector<std::unique_ptr<portable_thread>> threads(instance_count);
+  children_in_flight children;
   const std::vector<instance_slice> slices = instance_slices(total, instance_count, c.m_mft_start);
   for (uint32_t i = 0; i < instance_count; ++i) {
-    std::vector<std::string> args = base_args;
-    args.insert(args.end(), {"-mftstart", hex_text(slices[i].m_start), "-mftrange", hex_text(slices[i].m_count),
-                             "-quiet", "-cpuinst", std::to_string(i)});
     if (c.m_separate_files) {
       char number[16];
       snprintf(number, sizeof(number), "%05u", i + 1);
       names[i] = work_directory + out_name + "." + number;
     } else {
       names[i] = work_directory + std::to_string(i) + "_" + random_text(generator, 10) + "_temp.bin";
+      children.m_temp_files.emplace_back(new char[names[i].size() + 1]);
+      std::memcpy(children.m_temp_files.back().get(), names[i].c_str(), names[i].size() + 1);
     }
-    args.push_back("-out");
-    args.push_back(names[i]);
-    threads[i].reset(new portable_thread);
-    threads[i]->start(child_body, std::move(args));
+  }
+  g_in_flight = &children;
+  auto previous_int = ::signal(SIGINT, end_children);
+  auto previous_term = ::signal(SIGTERM, end_children);
+  for (uint32_t i = 0; i < instance_count; ++i) {
+    std::vector<std::string> args = base_args;
+    args.insert(args.end(), {"-mftstart", hex_text(slices[i].m_start), "-mftrange", hex_text(slices[i].m_count),
+                             "-quiet", "-cpuinst", std::to_string(i), "-out", names[i]});
+    // Each child keeps a debug log of its own beside the parent's.
+    for (size_t k = 1; k + 1 < args.size(); ++k)
+      if (orv::lowered(args[k]) == "-diags") args[k + 1] += "." + std::to_string(i);
+    children.m_pids.push_back(spawn_child(args));
   }
   fprintf(stderr, "%2d instances spawned\n", int(instance_count));
 
+  bool headed = false;  // the merged file has its heading line
   for (uint32_t i = 0; i < instance_count; ++i) {
-    threads[i]->join();
+    int status = 0;
+    if (children.m_pids[i] > 0) ::waitpid(children.m_pids[i], &status, 0);
+    children.m_pids[i] = -1;
     fprintf(stderr, "instance %2d done\n", int(i));
-    threads[i].reset();
     if (c.m_separate_files) continue;
 
     int in = ::open(names[i].c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
@@ -229,7 +232,10 @@ int run_instances(const mft_entries_ctx& c, uint32_t instance_count, const std::
       std::string head(k_merge_probe, '\0');
       ssize_t got = ::read(in, &head[0], head.size());
       head.resize(got > 0 ? size_t(got) : 0);
-      size_t from = merge_start(head, i == 0);
+      // The heading comes from the first child that wrote one: a first slice that selected
+      // nothing wrote none.
+      size_t from = merge_start(head, !headed);
+      if (from != std::string::npos && from < head.size()) headed = true;
       int out = from == std::string::npos ? -1 : ::open(out_path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
       if (out >= 0) {
         bool ok = write_all(out, head.data() + from, head.size() - from);
@@ -242,6 +248,9 @@ int run_instances(const mft_entries_ctx& c, uint32_t instance_count, const std::
     }
     ::unlink(names[i].c_str());
   }
+  ::signal(SIGINT, previous_int);
+  ::signal(SIGTERM, previous_term);
+  g_in_flight = nullptr;
   if (!written) {
     fprintf(stderr, "prob writing results file %s, aborting\n", out_path.c_str());
     return 0;
