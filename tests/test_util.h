@@ -26,8 +26,8 @@ struct run_result {
 run_result run_shell(const std::string& command_line);
 std::string shell_quote(const std::string& text);
 
-// FILETIME of a calendar instant (UTC).
-uint64_t filetime(int year, int month, int day, int hour = 0, int minute = 0, int second = 0);
+// FILETIME of a calendar instant (UTC), through the C library.
+uint64_t filetime(int year, int month, int day, int hour = 0, int minute = 0, int second = 0, uint64_t ticks = 0);
 
 std::vector<uint8_t> utf16le(const std::u16string& text);
 
@@ -56,8 +56,7 @@ struct record_builder {
                            int id = -1, uint16_t flags = 0);
   record_builder& nonresident(uint32_t type, const std::vector<uint8_t>& run_bytes, uint64_t allocated,
                               uint64_t real, uint64_t initialised, const std::u16string& name = u"", int id = -1,
-                              uint16_t flags = 0, uint64_t first_vcn = 0, uint64_t last_vcn = 0,
-                              uint16_t compression_unit = 0);
+                              uint16_t flags = 0, uint64_t first_vcn = 0, uint64_t last_vcn = 0);
   record_builder& raw_attribute(const std::vector<uint8_t>& bytes);
   // With `protect`, the last two bytes of every sector move into the array and are replaced by
   // the sequence number, as on disk.

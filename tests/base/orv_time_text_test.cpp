@@ -4,14 +4,11 @@
 
 #include <random>
 
-using namespace orv;
+#include "tests/test_util.h"
 
-// FILETIME of a UTC instant through the C library.
-static uint64_t ft(int y, int mo, int d, int h = 0, int mi = 0, int s = 0, uint64_t ticks = 0) {
-  std::tm tm{};
-  tm.tm_year = y - 1900, tm.tm_mon = mo - 1, tm.tm_mday = d, tm.tm_hour = h, tm.tm_min = mi, tm.tm_sec = s;
-  return uint64_t(int64_t(timegm(&tm)) * 10000000 + int64_t(FILETIME_UNIX_EPOCH)) + ticks;
-}
+using namespace orv;
+// FILETIME of a UTC instant through the C library, an independent route.
+static const auto ft = [](auto... fields) { return testutil::filetime(fields...); };
 
 static time_format_state parsed(const std::string& date, const std::string& time, time_format_state s = {}) {
   parse_time_format(s, date, time, false);
