@@ -64,10 +64,9 @@ struct facts {
 facts load_facts(const std::string& name);  // e.g. "feature.facts.tsv"
 
 // One results file: the lines after the preamble (banner, command line, empty line) are the
-// header and the rows; `separator` is "," for -csv, " | " for the default layout. Cells trimmed.
+// header and the rows; `separator` is "," for -csv, "|" for the default layout. Cells trimmed.
 struct results {
-  std::vector<std::string> lines;
-  std::vector<std::string> header;
+  std::vector<std::string> lines, header;
   std::vector<std::vector<std::string>> rows;
   std::string cell(size_t row, const std::string& name) const;
 };

@@ -208,7 +208,7 @@ TEST_P(SleuthkitFacts, RowsAgree) {
   auto run = fixtures::run_brimlock(options + " -out " + fixtures::q(out));
   EXPECT_EQ(run.status, 0) << run.err;
   std::string text = testutil::read_text(out);
-  auto rows = fixtures::parse_results(text, csv ? "," : " | ");
+  auto rows = fixtures::parse_results(text, csv ? "," : "|");
   const auto& lines = rows.lines;
 
   // The banner once, the quoted command line, an empty line, then the header; line feeds only.
