@@ -59,10 +59,7 @@ entry_record plain_file(const std::wstring& name = L"a.txt", uint16_t flags = FR
 TEST(DefaultRows, ColumnTextsNumbersAndMarksInTimeOrder) {
   entry_record e = plain_file();
   std::vector<std::string> all = lines({&e, &e});
-  ASSERT_EQ(all.size(), 3u);  // the header comes once
-  EXPECT_EQ(all[0],
-            "mft entry,mft seqnum,parent mft,par seqnum,type,ext,ref,date, time-utc,MACB,other info,name,"
-            "path,various data types");
+  ASSERT_EQ(all.size(), 3u);  // the header comes once (its text is checked through the binary)
   EXPECT_EQ(all[1],
             "0x0000002a,3,0x00000005,5,file,txt,1, 2020-01-02, 03:04:05.000,si:[macb]; fn:[macb],,a.txt,"
             "[root]\\,");
