@@ -1,5 +1,7 @@
 #include "tests/mft_fixture.h"
 
+#include <sys/resource.h>
+
 #include "analysis/orv_mft_scan.h"
 #include "base/orv_string.h"
 
@@ -41,6 +43,27 @@ record_builder file(uint64_t parent_ref, const std::u16string& name, uint16_t se
   b.m_sequence = sequence, b.m_flags = in_use ? 1 : 0;
   b.resident(0x10, si_value(k_time, k_time + 10000000, k_time + 20000000, k_time + 30000000));
   return b.resident(0x30, fn_value(parent_ref, name, 1, k_time, k_time, k_time, k_time)).resident(0x80, {'h', 'i'});
+}
+
+std::vector<uint8_t> lying_volume(uint64_t number, uint32_t type) {
+  testvol::image img(64);
+  testvol::extents mft = {{4, 8}};
+  const uint64_t claim = uint64_t(512) << 20;
+  img.boot();
+  img.put_record(mft, 0, testvol::mft_record(mft, img.cluster()).build());
+  img.put_record(mft, number, record_builder()
+                                  .resident(0x10, si_value(1, 2, 3, 4))
+                                  .nonresident(type, testvol::encode_runs({{0, 1u << 17}}), claim, claim, claim)
+                                  .build());
+  return img.m_bytes;
+}
+
+long peak_growth_kib(const std::function<void()>& body) {
+  struct rusage before, after;
+  getrusage(RUSAGE_SELF, &before);
+  body();
+  getrusage(RUSAGE_SELF, &after);
+  return after.ru_maxrss - before.ru_maxrss;
 }
 
 }  // namespace testutil
