@@ -27,9 +27,8 @@ std::pair<int, std::string> walk(mft_entries_ctx& c, strings args, bool mft = tr
 TEST(WalkOptions, SourceChoice) {
   std::string dir = testutil::make_temp_dir("walksrc");
   testutil::write_text(dir + "/notntfs", std::string(4096, 'x'));
+  // (No source at all: its message and status are checked through the binary.)
   struct source_case { strings args; int status; std::string err; const wchar_t* mftfile; } const cases[] = {
-      {{"-csv"}, -3,
-       "error: need to specify at least an input source [-mftfile, -image, -drivenum, -partition, -vmdk]\n", L""},
       {{"-MFTFILE", "/x/$MFT"}, 0, "", L"/x/$MFT"},
       // A partition that is no NTFS volume is reported, and the parse goes on; -mftfile is not taken.
       {{"-partition", dir + "/notntfs", "-mftfile", "/x/$MFT"}, 0,
