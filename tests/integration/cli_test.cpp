@@ -161,6 +161,9 @@ TEST(VolumeChoice, PartitionedDisksStopWithTheReasonAndTheOffsetToUse) {
       {"gpt.img", 4 << 20, "-offset 0x100000", "",
        "volume offset 0x100000 is a NTFS partition, however image size does not encapsulate entire volume\n"},
       {"disk4k.img", 0, "", "disk4k.parts.tsv", "use option [-offset 0x100000]\n"},
+      // Cut one 4 KiB sector short of the end of its partition (sectors 256 to 2815).
+      {"disk4k.img", 2815 * 4096, "-offset 0x100000", "",
+       "volume offset 0x100000 is a NTFS partition, however image size does not encapsulate entire volume\n"},
       {"corpus:ntfs-ptrn.raw", 0, "", "", "use option [-offset 0x10000]\n"},  // the other sample disks alike
   };
   for (const stop_case& c : cases) {
