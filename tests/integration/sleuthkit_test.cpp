@@ -51,8 +51,7 @@ bool ms_cells(const std::string& t7, std::string& date, std::string& time) {
   if (t7.size() < 23 || t7.compare(0, 4, "raw:") == 0) return true;  // not displayable
   int year = std::stoi(t7.substr(0, 4));
   if (year < 1900 || year > 3000 || t7.compare(0, 19, "1970-01-01 00:00:00") == 0) return true;
-  date = t7.substr(0, 10);
-  time = t7.substr(11, 12);  // hh:mm:ss.mmm, truncated
+  date = t7.substr(0, 10), time = t7.substr(11, 12);  // hh:mm:ss.mmm, truncated
   return true;
 }
 
