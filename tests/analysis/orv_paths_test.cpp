@@ -42,8 +42,7 @@ std::wstring walk(mft_run& run, uint64_t parent) {
   std::wstring path;
   uint16_t seq = 0;
   uint32_t flags = 0;
-  bool sound = resolve_parent_path(path, seq, flags, parent, run.m_scan);
-  return sound ? path : path + L" (broken)";
+  return resolve_parent_path(path, seq, flags, parent, run.m_scan) ? path : path + L" (broken)";
 }
 
 }  // namespace
