@@ -134,14 +134,11 @@ std::vector<uint8_t> record_builder::build(bool protect) const {
   uint16_t sectors = uint16_t(m_size / 512);
   size_t pos = align8(48 + 2 * (sectors + 1));
   std::memcpy(r.data(), "FILE", 4);
-  orv::put_le16(&r[4], 48);
-  orv::put_le16(&r[6], uint16_t(sectors + 1));
-  orv::put_le16(&r[16], m_sequence);
-  orv::put_le16(&r[18], m_links);
-  orv::put_le16(&r[20], uint16_t(pos));
-  orv::put_le16(&r[22], m_flags);
+  // The array at 48 with a word per sector and one more, the first attribute behind it.
+  const std::pair<size_t, size_t> words[] = {{4, 48},       {6, sectors + 1},  {16, m_sequence}, {18, m_links},
+                                             {20, pos},     {22, m_flags},     {40, m_next_id},  {48, m_usn}};
+  for (const auto& w : words) orv::put_le16(&r[w.first], uint16_t(w.second));
   orv::put_le64(&r[32], m_base_ref);
-  orv::put_le16(&r[40], m_next_id);
   orv::put_le32(&r[44], m_record_number);
   for (const auto& a : m_attributes) {
     if (pos + a.size() + 8 > m_size) break;
@@ -151,7 +148,6 @@ std::vector<uint8_t> record_builder::build(bool protect) const {
   orv::put_le32(&r[pos], 0xFFFFFFFFu);
   orv::put_le32(&r[24], uint32_t(pos + 8));
   orv::put_le32(&r[28], m_size);
-  orv::put_le16(&r[48], m_usn);
   for (size_t i = 1; i <= sectors; ++i) {
     std::copy_n(&r[i * 512 - 2], 2, &r[48 + 2 * i]);
     if (protect) orv::put_le16(&r[i * 512 - 2], m_usn);
