@@ -17,12 +17,9 @@ TEST(FilterRecord, StreamPartsAndWildcards) {
     EXPECT_TRUE(r.m_whole_entry && !r.m_by_stream) << r.m_text;
 
   // "?" needs a character where it stands, at the ends too; "*" is a literal.
-  const struct {
-    const wchar_t *m_pattern, *m_name;
-    bool m_match;
-  } cases[] = {{L"a?c", L"xxabcxx", true}, {L"a?c", L"ac", false},     {L"??ab?", L"12ab3", true},
-               {L"??ab?", L"12ab", false}, {L"??ab?", L"1ab3", false}, {L"???", L"ab", false},
-               {L"*.txt", L"x*.txt", true}};
+  const struct { const wchar_t *m_pattern, *m_name; bool m_match; } cases[] = {
+      {L"a?c", L"xxabcxx", true}, {L"a?c", L"ac", false},   {L"??ab?", L"12ab3", true}, {L"??ab?", L"12ab", false},
+      {L"??ab?", L"1ab3", false}, {L"???", L"ab", false},   {L"*.txt", L"x*.txt", true}};
   for (const auto& c : cases)
     EXPECT_EQ(wildcard_match(compile_wildcard(c.m_pattern), c.m_name), c.m_match) << c.m_pattern << " ~ " << c.m_name;
 }

@@ -60,10 +60,8 @@ TEST(MftScan, RangesPassesAndDamagedRecords) {
   EXPECT_TRUE(log.find("->err: mftfixup 19\n") != std::string::npos && log.find("->err: mftfixup 1a\n") != log.npos);
   // Each scan closes its source and the next one opens it again; the directories stay known.
   EXPECT_TRUE(!run->m_scan.m_source.is_open() && !run->m_scan.m_dir_store.empty());
-  const struct {
-    uint64_t m_start, m_range;
-    std::set<uint64_t> m_rows;
-  } ranges[] = {{21, 1, {21}}, {21, 3, {21, 22, 23}}, {30, 0, {30, 31, 32, 33}}, {60, 1000, {}}};
+  const struct { uint64_t m_start, m_range; std::set<uint64_t> m_rows; } ranges[] = {
+      {21, 1, {21}}, {21, 3, {21, 22, 23}}, {30, 0, {30, 31, 32, 33}}, {60, 1000, {}}};
   for (const auto& r : ranges) {
     run->m_options.m_mft_start = r.m_start, run->m_options.m_mft_range = r.m_range;
     EXPECT_EQ(scanned(run->m_options, run->m_scan), r.m_rows) << r.m_start << "+" << r.m_range;

@@ -11,10 +11,7 @@
 
 namespace {
 
-struct selection {
-  std::set<uint64_t> records;
-  fixtures::results rows;
-};
+struct selection { std::set<uint64_t> records; fixtures::results rows; };
 
 selection run(const std::string& tag, const std::string& options) {
   std::string out = fixtures::scratch_dir(tag) + "/rows.csv";

@@ -42,12 +42,8 @@ void times(result_row& r, uint64_t split, uint64_t joined) {
 
 TEST(ResultRow, CellsRenderUnderEachLayout) {
   const std::string breaks = "a,b|c\r\nd\n\re\nf\rg";
-  const struct {
-    const std::vector<result_column>& m_columns;
-    result_layout m_layout;
-    std::function<void(result_row&)> m_fill;
-    std::string m_want;
-  } cases[] = {
+  const struct { const std::vector<result_column>& m_columns; result_layout m_layout;
+                 std::function<void(result_row&)> m_fill; std::string m_want; } cases[] = {
       {k_numbers, layout(false), [](result_row& r) { numbers(r, 0x2a); }, "0x0000002a | 0x00002345 | 0x0007 |   65535"},
       {k_numbers, layout(true), [](result_row& r) { numbers(r, 0x2a); }, "0x0000002a,0x2345,0x07,65535"},
       {k_numbers, layout(false, false), [](result_row& r) { numbers(r, 0x123456789abcull); },  // all digits stay
