@@ -14,10 +14,7 @@
 namespace testutil {
 
 // The options of a run on an extracted $MFT, and its scan with the source open.
-struct mft_run {
-  mft_entries_ctx m_options;
-  scan_state m_scan;
-};
+struct mft_run { mft_entries_ctx m_options; scan_state m_scan; };
 
 // A run whose source is the given image, opened with the options as `tweak` leaves them.
 std::unique_ptr<mft_run> open_mft(const mft_image& image, const std::string& tag,

@@ -17,11 +17,7 @@ void write_file(const std::string& path, const std::vector<uint8_t>& bytes);
 void write_text(const std::string& path, const std::string& text);
 std::string read_text(const std::string& path);
 
-struct run_result {
-  int status = -1;  // exit status as the shell sees it (0..255)
-  std::string out;
-  std::string err;
-};
+struct run_result { int status = -1; std::string out, err; };  // status as the shell sees it (0..255)
 // Runs a shell command line; stdout and stderr captured separately.
 run_result run_shell(const std::string& command_line);
 std::string shell_quote(const std::string& text);
