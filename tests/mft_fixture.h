@@ -1,7 +1,6 @@
 #pragma once
 // A run on a small extracted $MFT built in memory (test_util.h), opened as the source of a scan.
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>

@@ -21,10 +21,6 @@ std::string make_temp_dir(const std::string& tag) {
   return path;
 }
 
-void write_file(const std::string& path, const std::vector<uint8_t>& bytes) {
-  write_text(path, std::string(bytes.begin(), bytes.end()));
-}
-
 void write_text(const std::string& path, const std::string& text) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
@@ -121,11 +117,6 @@ record_builder& record_builder::nonresident(uint32_t type, const std::vector<uin
   const uint64_t fields[] = {first_vcn, last_vcn, runs_at, allocated, real, initialised};
   for (int i = 0; i < 6; ++i) orv::put_le64(&m_attributes.back()[16 + 8 * i], fields[i]);
   std::copy(run_bytes.begin(), run_bytes.end(), m_attributes.back().begin() + long(runs_at));
-  return *this;
-}
-
-record_builder& record_builder::raw_attribute(const std::vector<uint8_t>& bytes) {
-  m_attributes.push_back(bytes);
   return *this;
 }
 

@@ -10,11 +10,6 @@ using namespace orv;
 // FILETIME of a UTC instant through the C library, an independent route.
 static const auto ft = [](auto... fields) { return testutil::filetime(fields...); };
 
-static time_format_state parsed(const std::string& date, const std::string& time, time_format_state s = {}) {
-  parse_time_format(s, date, time, false);
-  return s;
-}
-
 TEST(TimeText, PatternsAndColumnWidths) {
   struct pattern_case { const char *date, *time; bool ok; char separator; unsigned digits; } const cases[] = {
       {"mmm dd, yyyy", "hh:mm:ss.xxxxxxxxxxxx", true, ' ', 9},  // at most nine digits
@@ -52,7 +47,8 @@ TEST(TimeText, FormatterAndFastPath) {
   std::vector<time_format_state> states(1);  // the first stays unparsed: the default patterns
   std::string date = "x", time = "y";
   for (const auto& c : cases) {
-    states.push_back(parsed(c[0], c[1]));
+    states.emplace_back();
+    parse_time_format(states.back(), c[0], c[1], false);
     EXPECT_TRUE(format_date_time(date, time, t, states.back()));
     EXPECT_EQ(date + " " + time, c[2]) << c[0] << " " << c[1];
   }

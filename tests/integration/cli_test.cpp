@@ -2,7 +2,6 @@
 // file that is a device, and the stop on a partitioned disk without a usable -offset.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
