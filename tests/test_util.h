@@ -13,21 +13,19 @@
 namespace testutil {
 
 std::string make_temp_dir(const std::string& tag);
-void write_file(const std::string& path, const std::vector<uint8_t>& bytes);
 void write_text(const std::string& path, const std::string& text);
+inline void write_file(const std::string& path, const std::vector<uint8_t>& bytes) {
+  write_text(path, std::string(bytes.begin(), bytes.end()));
+}
 std::string read_text(const std::string& path);
 
-struct run_result {
-  int status = -1;  // exit status as the shell sees it (0..255)
-  std::string out;
-  std::string err;
-};
+struct run_result { int status = -1; std::string out, err; };  // status as the shell sees it (0..255)
 // Runs a shell command line; stdout and stderr captured separately.
 run_result run_shell(const std::string& command_line);
 std::string shell_quote(const std::string& text);
 
-// FILETIME of a calendar instant (UTC).
-uint64_t filetime(int year, int month, int day, int hour = 0, int minute = 0, int second = 0);
+// FILETIME of a calendar instant (UTC), through the C library.
+uint64_t filetime(int year, int month, int day, int hour = 0, int minute = 0, int second = 0, uint64_t ticks = 0);
 
 std::vector<uint8_t> utf16le(const std::u16string& text);
 
@@ -42,23 +40,17 @@ std::vector<uint8_t> fn_value(uint64_t parent_ref, const std::u16string& name, u
 // Builds a FILE record: header, attributes in the order added, end marker, and the update
 // sequence array protecting each 512-byte sector.
 struct record_builder {
-  uint32_t m_size = 1024;
-  uint16_t m_sequence = 1;
-  uint16_t m_flags = 1;  // in use
-  uint16_t m_links = 1;
+  uint32_t m_size = 1024, m_record_number = 0;
+  uint16_t m_sequence = 1, m_flags = 1 /* in use */, m_links = 1, m_usn = 0x0101, m_next_id = 0;
   uint64_t m_base_ref = 0;
-  uint32_t m_record_number = 0;
-  uint16_t m_usn = 0x0101;
   std::vector<std::vector<uint8_t>> m_attributes;
-  uint16_t m_next_id = 0;
 
   record_builder& resident(uint32_t type, const std::vector<uint8_t>& value, const std::u16string& name = u"",
                            int id = -1, uint16_t flags = 0);
   record_builder& nonresident(uint32_t type, const std::vector<uint8_t>& run_bytes, uint64_t allocated,
                               uint64_t real, uint64_t initialised, const std::u16string& name = u"", int id = -1,
-                              uint16_t flags = 0, uint64_t first_vcn = 0, uint64_t last_vcn = 0,
-                              uint16_t compression_unit = 0);
-  record_builder& raw_attribute(const std::vector<uint8_t>& bytes);
+                              uint16_t flags = 0, uint64_t first_vcn = 0, uint64_t last_vcn = 0);
+  record_builder& raw_attribute(const std::vector<uint8_t>& bytes) { m_attributes.push_back(bytes); return *this; }
   // With `protect`, the last two bytes of every sector move into the array and are replaced by
   // the sequence number, as on disk.
   std::vector<uint8_t> build(bool protect = true) const;

@@ -1,12 +1,10 @@
 // One record decoded into its entry: attributes by kind, names and path keys, attribute lists,
 // and records whose lengths, counts and offsets lie.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include "analysis/entry_record.h"
 #include "base/orv_le.h"
 #include "tests/mft_fixture.h"
-#include "tests/ntfs/orv_test_volume.h"
 
 using namespace testutil;
 
@@ -157,26 +155,12 @@ TEST(EntryRecord, AttributeListsOnAnExtractedMft) {
 TEST(EntryRecord, NonResidentAttributeListBoundedByTheSource) {
   // A list over 2^17 clusters of a 256 KiB volume: its buffer was 64 MiB, allocated and cleared
   // for every record that carries such a list.
-  testvol::image img(64);
-  testvol::extents mft = {{4, 8}};
-  img.boot();
-  img.put_record(mft, 0, testvol::mft_record(mft, img.cluster()).build());
-  const uint64_t claim = uint64_t(512) << 20;
-  img.put_record(mft, 20,
-                 record_builder()
-                     .resident(0x10, si_value(1, 2, 3, 4))
-                     .nonresident(0x20, testvol::encode_runs({{0, 1u << 17}}), claim, claim, claim)
-                     .build());
-  testvol::image_file file(img.m_bytes);
+  testvol::image_file file(lying_volume(20, 0x20));
   std::unique_ptr<CNtfs> volume = file.open();
   ASSERT_TRUE(volume);
   scan_state scan;
   scan.m_source.lend_volume(volume.get());
   entry_record entry;
-  struct rusage before, after;
-  getrusage(RUSAGE_SELF, &before);
-  EXPECT_TRUE(read_entry(entry, scan, 20, false));
-  getrusage(RUSAGE_SELF, &after);
-  EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 32 * 1024);  // KiB
+  EXPECT_LT(peak_growth_kib([&] { EXPECT_TRUE(read_entry(entry, scan, 20, false)); }), 32 * 1024);
   EXPECT_TRUE(entry.m_attrib_list_nonresident);
 }

@@ -87,10 +87,9 @@ TEST(RecordFilters, GroupEdgesReasonsAndAndLogic) {
   EXPECT_EQ(inside.m_filter_dir_text, L"dir_inode(48)");
   add_data(with_ads, 2, L"stream", 20).m_raw_attrib.resize(64);  // too short to hold its sizes
   EXPECT_FALSE(hits(ads, with_ads));
-  dirs.m_filter_ext = {L"txt"};  // any group selects; under AND logic every group in force must hit
-  entry_record text = named(L"x.txt", 0x51, orv::make_ref(0x30, 1));
-  EXPECT_TRUE(hits(dirs, inside) && !hits(dirs, inside, true) && hits(dirs, text, true));
-  EXPECT_TRUE(hits(mft_entries_ctx(), inside, true));  // no OR filter: nothing to narrow
+  // Under AND logic every group in force must hit (through the binary: tests/integration), and
+  // with no OR filter there is nothing to narrow.
+  EXPECT_TRUE(hits(mft_entries_ctx(), inside, true));
 }
 
 TEST(RecordFilters, Signatures) {

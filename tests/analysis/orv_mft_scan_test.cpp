@@ -60,10 +60,8 @@ TEST(MftScan, RangesPassesAndDamagedRecords) {
   EXPECT_TRUE(log.find("->err: mftfixup 19\n") != std::string::npos && log.find("->err: mftfixup 1a\n") != log.npos);
   // Each scan closes its source and the next one opens it again; the directories stay known.
   EXPECT_TRUE(!run->m_scan.m_source.is_open() && !run->m_scan.m_dir_store.empty());
-  const struct {
-    uint64_t m_start, m_range;
-    std::set<uint64_t> m_rows;
-  } ranges[] = {{21, 1, {21}}, {21, 3, {21, 22, 23}}, {30, 0, {30, 31, 32, 33}}, {60, 1000, {}}};
+  const struct { uint64_t m_start, m_range; std::set<uint64_t> m_rows; } ranges[] = {
+      {21, 1, {21}}, {21, 3, {21, 22, 23}}, {30, 0, {30, 31, 32, 33}}, {60, 1000, {}}};
   for (const auto& r : ranges) {
     run->m_options.m_mft_start = r.m_start, run->m_options.m_mft_range = r.m_range;
     EXPECT_EQ(scanned(run->m_options, run->m_scan), r.m_rows) << r.m_start << "+" << r.m_range;
@@ -114,19 +112,17 @@ const uint64_t T = filetime(2021, 5, 6, 7, 8, 9);
 const uint64_t ROOT = 5 | (uint64_t(5) << 48);
 
 // Undamaged records of many kinds; the list of the sixth names extension record 16.
-std::vector<std::vector<uint8_t>> templates() {
+std::vector<record_builder> templates() {
   std::vector<uint8_t> root(48), oid(64), list(96),
       reparse = {0x0C, 0, 0, 0xA0, 32, 0, 0, 0, 0, 0, 8, 0, 8, 0, 8, 0, 0, 0, 0, 0, 'a', 0, 'b', 0, 'c', 0, 'd', 0};
   root[0] = 0x30, root[9] = 0x10, reparse.resize(40);
   for (size_t i = 0; i < oid.size(); ++i) oid[i] = uint8_t(i * 7);
   for (uint32_t i = 0; i < 3; ++i) {
     orv::put_le32(list.data() + 32 * i, i == 2 ? 0x80 : 0x10 + 0x20 * i);
-    list[32 * i + 4] = 32;
-    list[32 * i + 7] = 26;
+    list[32 * i + 4] = 32, list[32 * i + 7] = 26, list[32 * i + 24] = i == 2;
     orv::put_le64(list.data() + 32 * i + 16, i == 2 ? orv::make_ref(16, 1) : 0);
-    list[32 * i + 24] = i == 2 ? 1 : 0;
   }
-  const std::vector<record_builder> kinds = {
+  return {
       file(ROOT, u"report.txt")
           .resident(0x30, fn_value(ROOT, u"REPORT~1.TXT", 2, T, T, T, T))
           .resident(0x80, {'M', 'Z', 0x90, 0, 1, 2, 3, 4})
@@ -151,9 +147,6 @@ std::vector<std::vector<uint8_t>> templates() {
           .resident(0x10, si_value(0, T, T, 0, 0x20, true))
           .resident(0x30, fn_value(ROOT, std::u16string(255, u'n'), 1, T, 0, T, T)),
   };
-  std::vector<std::vector<uint8_t>> built;
-  for (const record_builder& b : kinds) built.push_back(b.build());
-  return built;
 }
 
 // One to eight damages of 1, 2, 4 or 8 bytes: mostly a field of the header or of an attribute
@@ -188,7 +181,8 @@ std::vector<uint8_t> mutate(std::vector<uint8_t> r, std::mt19937& rng) {
 // undefined behaviour or runaway allocation on these records fails it.
 TEST(MftScan, RandomlyDamagedRecordsSurviveReadSelectAndWrite) {
   constexpr uint64_t k_first = 24, k_count = 320;
-  std::vector<std::vector<uint8_t>> kinds = templates(), damaged;
+  std::vector<record_builder> kinds = templates();
+  std::vector<std::vector<uint8_t>> damaged;
   mft_image image;
   add_system_records(image, k_first + k_count);
   record_builder extension;
@@ -196,7 +190,7 @@ TEST(MftScan, RandomlyDamagedRecordsSurviveReadSelectAndWrite) {
   image.put(16, extension.resident(0x10, si_value(T, T, T, T)).resident(0x80, {'e', 'x', 't'}));
   std::mt19937 rng(20240521);
   for (uint64_t i = 0; i < k_count; ++i) {
-    damaged.push_back(mutate(kinds[i % kinds.size()], rng));
+    damaged.push_back(mutate(kinds[i % kinds.size()].build(), rng));
     image.m_records[k_first + i] = damaged.back();
   }
   auto run = open_mft(image, "mutated", [](mft_entries_ctx& o) { o.m_include_zoneinfo = 1; });

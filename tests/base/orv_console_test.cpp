@@ -2,10 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <fstream>
 #include <functional>
-#include <sstream>
+
+#include "tests/test_util.h"
 
 // Everything the call writes to standard error.
 static std::string capture_stderr(const std::function<void()>& body) {
@@ -34,12 +33,10 @@ TEST(Console, ProgressAndMessages) {
 }
 
 TEST(Console, DiagnosticLog) {
-  char dir[] = "/tmp/brim_diags_XXXXXX";
-  ASSERT_TRUE(::mkdtemp(dir));
-  const std::string path = std::string(dir) + "/diags.txt";
+  const std::string dir = testutil::make_temp_dir("diags"), path = dir + "/diags.txt";
   diag_sink sink;
   log_line(sink, "not open %d", 1);  // off: nothing, no crash
-  EXPECT_FALSE(sink.open_diags(std::string(dir) + "/no/such/dir/log"));
+  EXPECT_FALSE(sink.open_diags(dir + "/no/such/dir/log"));
   EXPECT_FALSE(log_enabled(sink) || !sink.m_diags_path.empty());
   ASSERT_TRUE(sink.open_diags(path));
   log_line(sink, "err: recd bad %llx", 0x1fULL);
@@ -50,8 +47,6 @@ TEST(Console, DiagnosticLog) {
   log_line(sink, "%s", std::string(1000, 'z').c_str());  // longer than the format plus 256: cut
   sink.close_diags();
   log_line(sink, "after close");
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  EXPECT_EQ(text.str(), "->err: recd bad 1f\n->level two\n->" + std::string(258, 'z') + "\n");
-  std::system(("rm -rf " + std::string(dir)).c_str());
+  EXPECT_EQ(testutil::read_text(path), "->err: recd bad 1f\n->level two\n->" + std::string(258, 'z') + "\n");
+  testutil::run_shell("rm -rf " + dir);
 }

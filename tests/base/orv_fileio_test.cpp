@@ -4,16 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <fstream>
+#include "tests/test_util.h"
 
 TEST(FileIo, ReadsClampRefusalsAndProcFiles) {
-  char made[] = "/tmp/brim_fileio_XXXXXX";
-  ASSERT_TRUE(::mkdtemp(made));
-  const std::string dir = made, path = dir + "/data.bin";
+  const std::string dir = testutil::make_temp_dir("fileio"), path = dir + "/data.bin";
   std::vector<uint8_t> bytes(5000);
   for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = uint8_t(i * 7 + 3);
-  std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), 5000);
+  testutil::write_file(path, bytes);
 
   uni::fileio f;
   ASSERT_TRUE(f.open(path + "//"));  // trailing slashes are dropped
@@ -49,5 +46,5 @@ TEST(FileIo, ReadsClampRefusalsAndProcFiles) {
   ASSERT_TRUE(f.read_at(buf, 0x40000, 0));
   EXPECT_LT(buf.size(), 0x40000u);
   EXPECT_EQ(std::string(buf.begin(), buf.begin() + 5), "Name:");
-  std::system(("rm -rf " + dir).c_str());
+  testutil::run_shell("rm -rf " + dir);
 }

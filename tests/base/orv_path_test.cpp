@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "base/orv_string.h"
+#include "tests/test_util.h"
 
 using namespace orv;
 
@@ -22,9 +23,7 @@ TEST(LocalPaths, EnvironmentExpansion) {
 }
 
 TEST(LocalPaths, DirectoryTreeSplitAndNormalize) {
-  char made[] = "/tmp/brim_base_paths_XXXXXX";
-  ASSERT_TRUE(::mkdtemp(made));
-  const std::string root = made;
+  const std::string root = testutil::make_temp_dir("paths");
   auto is_dir = [](const std::string& path) {
     struct stat st;
     return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
@@ -56,5 +55,5 @@ TEST(LocalPaths, DirectoryTreeSplitAndNormalize) {
   };
   for (const auto& c : cases) EXPECT_EQ(normalize_path(c.first, '/'), to_wide(c.second)) << c.first;
   ASSERT_EQ(::chdir(saved), 0);
-  std::system(("rm -rf " + root).c_str());
+  testutil::run_shell("rm -rf " + root);
 }

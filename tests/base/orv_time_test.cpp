@@ -5,16 +5,13 @@
 #include <array>
 #include <random>
 
+#include "tests/test_util.h"
+
 using namespace orv;
+// FILETIME of a UTC instant through the C library, an independent route.
+static const auto ft = [](auto... fields) { return testutil::filetime(fields...); };
 
 static constexpr uint64_t k_second = FILETIME_TICKS_PER_SECOND;
-
-// FILETIME of a UTC instant through the C library, an independent route.
-static uint64_t ft(int y, int mo, int d, int h = 0, int mi = 0, int s = 0, uint64_t ticks = 0) {
-  std::tm tm{};
-  tm.tm_year = y - 1900, tm.tm_mon = mo - 1, tm.tm_mday = d, tm.tm_hour = h, tm.tm_min = mi, tm.tm_sec = s;
-  return uint64_t(int64_t(timegm(&tm)) * int64_t(k_second) + int64_t(FILETIME_UNIX_EPOCH)) + ticks;
-}
 
 // The breakdown agrees with gmtime over the whole positive range (leap days, 1900 and 2100 that
 // are no leap years, the far future) and converts back; fields out of range convert to 0.

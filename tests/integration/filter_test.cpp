@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
+#include <regex>
 #include <set>
 #include <string>
 
@@ -11,10 +11,7 @@
 
 namespace {
 
-struct selection {
-  std::set<uint64_t> records;
-  fixtures::results rows;
-};
+struct selection { std::set<uint64_t> records; fixtures::results rows; };
 
 selection run(const std::string& tag, const std::string& options) {
   std::string out = fixtures::scratch_dir(tag) + "/rows.csv";
@@ -32,14 +29,16 @@ TEST(FilterOptions, EachFamilySelectsTheRecordsOfTheFacts) {
   ASSERT_FALSE(fixtures::path("feature.mft").empty());
   const fixtures::facts f = fixtures::load_facts("feature.facts.tsv");
   // Records that can have rows from an extracted $MFT (base records with standard information and
-  // no non-resident attribute list) with a name, lower-cased, that `pick` accepts.
-  auto named = [&](const std::function<bool(const std::string&)>& pick) {
+  // no non-resident attribute list) with a name, lower-cased, in which `pattern` is found.
+  auto named = [&](const char* pattern) {
     std::set<uint64_t> out;
+    const std::regex pick(pattern);
     for (const fixtures::fact_name& n : f.names) {
       const fixtures::fact_record& rec = f.records.at(n.inode);
       std::string lower = n.name;
       std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return char(std::tolower(c)); });
-      if (!rec.extension && rec.si_present && rec.attrlist != "nonresident" && pick(lower)) out.insert(n.inode);
+      if (!rec.extension && rec.si_present && rec.attrlist != "nonresident" && std::regex_search(lower, pick))
+        out.insert(n.inode);
     }
     return out;
   };
@@ -48,24 +47,14 @@ TEST(FilterOptions, EachFamilySelectsTheRecordsOfTheFacts) {
     if (!kv.second.allocated && !kv.second.extension && kv.second.si_present) deleted.insert(kv.first);
   // The records to select, whether the facts give some at all, a note in every row's other info.
   struct filter_case { const char* options; std::set<uint64_t> want; bool some; const char* note; } const cases[] = {
-      {"-filter_name REPORT", named([](const std::string& n) { return n.find("report") != std::string::npos; }), true,
-       "name(report)"},
+      {"-filter_name REPORT", named("report"), true, "name(report)"},
       // A full name must match whole.
       {"-filter_fullname report", {}, false, ""},
-      {"-filter_fullname Report.TXT", named([](const std::string& n) { return n == "report.txt"; }), true, ""},
+      {"-filter_fullname Report.TXT", named("^report\\.txt$"), true, ""},
       // Extensions: dots dropped, case folded, the text after the last dot compared.
-      {"-filter_ext \".BIN;.exe\"", named([](const std::string& n) {
-         size_t dot = n.rfind('.');
-         return dot != std::string::npos && (n.substr(dot) == ".bin" || n.substr(dot) == ".exe");
-       }),
-       true, "ext("},
+      {"-filter_ext \".BIN;.exe\"", named("\\.(bin|exe)$"), true, "ext("},
       // Only "?" is a wildcard, and a pattern may sit anywhere in the name.
-      {"-filter_wildcard \"dee?.\"", named([](const std::string& n) {
-         for (size_t i = 0; i + 5 <= n.size(); ++i)
-           if (n.compare(i, 3, "dee") == 0 && n[i + 4] == '.') return true;
-         return false;
-       }),
-       true, ""},
+      {"-filter_wildcard \"dee?.\"", named("dee.\\."), true, ""},
       {"-filter_wildcard \"dee*\"", {}, false, ""},
       // The inode list scan: exactly the records named, whatever else they are.
       {"-filter_inode \"0x42 | 74 ,5\"", {0x42, 74, 5}, true, "inode("},

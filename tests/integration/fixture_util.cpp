@@ -5,28 +5,14 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
+
+#include "base/orv_string.h"
 
 namespace fixtures {
 
 namespace {
 
 bool exists(const std::string& p) { return access(p.c_str(), F_OK) == 0; }
-
-std::vector<std::string> split_on(const std::string& line, const std::string& sep) {
-  std::vector<std::string> out;
-  for (size_t start = 0;;) {
-    size_t pos = line.find(sep, start);
-    out.push_back(line.substr(start, pos == std::string::npos ? std::string::npos : pos - start));
-    if (pos == std::string::npos) return out;
-    start = pos + sep.size();
-  }
-}
-
-std::string trim(const std::string& s) {
-  size_t a = s.find_first_not_of(' ');
-  return a == std::string::npos ? "" : s.substr(a, s.find_last_not_of(' ') - a + 1);
-}
 
 // Runs `command` into the work file `name` through a temporary name, so that parallel test
 // processes never see a half-written file.
@@ -95,8 +81,8 @@ facts load_facts(const std::string& name) {
   std::ifstream in(path(name), std::ios::binary);  // no facts when missing
   std::string line;
   while (std::getline(in, line)) {
-    auto c = split_on(line, "\t");
-    const std::string& kind = c[0];
+    auto c = orv::split(line, "\t", false);
+    const std::string kind = c.empty() ? "" : c[0];
     if (kind == "info" && c.size() >= 3) {
       f.info[c[1]] = c[2];
     } else if (kind == "rec" && c.size() >= 12) {
@@ -124,16 +110,12 @@ std::string results::cell(size_t row, const std::string& name) const {
 
 results parse_results(const std::string& text, const std::string& separator, size_t preamble_lines) {
   results r;
-  std::stringstream ss(text);
-  std::string line;
-  while (std::getline(ss, line)) r.lines.push_back(line);
+  r.lines = orv::split(text, "\n", false);
+  if (!r.lines.empty() && r.lines.back().empty()) r.lines.pop_back();  // behind the last line feed
   if (r.lines.size() <= preamble_lines) return r;
-  for (const auto& h : split_on(r.lines[preamble_lines], separator)) r.header.push_back(trim(h));
-  for (size_t i = preamble_lines + 1; i < r.lines.size(); ++i) {
-    if (r.lines[i].empty()) continue;
-    r.rows.emplace_back();
-    for (const auto& c : split_on(r.lines[i], separator)) r.rows.back().push_back(trim(c));
-  }
+  r.header = orv::split(r.lines[preamble_lines], separator, true);
+  for (size_t i = preamble_lines + 1; i < r.lines.size(); ++i)
+    if (!r.lines[i].empty()) r.rows.push_back(orv::split(r.lines[i], separator, true));
   return r;
 }
 

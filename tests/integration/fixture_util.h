@@ -25,23 +25,14 @@ std::string q(const std::string& text);  // shell quoting
 testutil::run_result run_brimlock(const std::string& args);
 uint64_t parse_number(const std::string& cell);  // "0x0000002a" or "42"
 
-struct fact_record {
-  uint64_t inode = 0;
-  uint16_t seq = 0;
-  bool allocated = false, directory = false;
-  uint32_t links = 0;
-  std::string attrlist;  // "none", "resident", "nonresident"
-  bool extension = false;
-  std::string si[4];  // created, modified, mft modified, accessed; "-" when zero, "absent"
-  bool si_present = false;
-};
-
-struct fact_name {
-  uint64_t inode = 0, holder = 0, parent = 0;  // base record, record holding the attribute, parent
-  uint16_t parent_seq = 0;
-  int name_space = 0;  // 0 POSIX, 1 Win32, 2 DOS, 3 Win32 and DOS
-  std::string name, fn[4];
-};
+// A record: its attribute list "none", "resident" or "nonresident"; its $STANDARD_INFORMATION
+// times created, modified, mft modified, accessed, each "-" when zero, "absent" without one.
+struct fact_record { uint64_t inode = 0; uint16_t seq = 0; bool allocated = false, directory = false;
+                     uint32_t links = 0; std::string attrlist; bool extension = false; std::string si[4];
+                     bool si_present = false; };
+// A name of base record `inode` held by record `holder`; name space 0 POSIX, 1 Win32, 2 DOS, 3 both.
+struct fact_name { uint64_t inode = 0, holder = 0, parent = 0; uint16_t parent_seq = 0; int name_space = 0;
+                   std::string name, fn[4]; };
 
 // A path as fls -r -p prints it ("dir/sub/name", kind 'd' for a directory); an icat address and
 // the md5 of its content; a row of mmls.
@@ -64,10 +55,9 @@ struct facts {
 facts load_facts(const std::string& name);  // e.g. "feature.facts.tsv"
 
 // One results file: the lines after the preamble (banner, command line, empty line) are the
-// header and the rows; `separator` is "," for -csv, " | " for the default layout. Cells trimmed.
+// header and the rows; `separator` is "," for -csv, "|" for the default layout. Cells trimmed.
 struct results {
-  std::vector<std::string> lines;
-  std::vector<std::string> header;
+  std::vector<std::string> lines, header;
   std::vector<std::vector<std::string>> rows;
   std::string cell(size_t row, const std::string& name) const;
 };

@@ -51,8 +51,7 @@ bool ms_cells(const std::string& t7, std::string& date, std::string& time) {
   if (t7.size() < 23 || t7.compare(0, 4, "raw:") == 0) return true;  // not displayable
   int year = std::stoi(t7.substr(0, 4));
   if (year < 1900 || year > 3000 || t7.compare(0, 19, "1970-01-01 00:00:00") == 0) return true;
-  date = t7.substr(0, 10);
-  time = t7.substr(11, 12);  // hh:mm:ss.mmm, truncated
+  date = t7.substr(0, 10), time = t7.substr(11, 12);  // hh:mm:ss.mmm, truncated
   return true;
 }
 
@@ -208,7 +207,7 @@ TEST_P(SleuthkitFacts, RowsAgree) {
   auto run = fixtures::run_brimlock(options + " -out " + fixtures::q(out));
   EXPECT_EQ(run.status, 0) << run.err;
   std::string text = testutil::read_text(out);
-  auto rows = fixtures::parse_results(text, csv ? "," : " | ");
+  auto rows = fixtures::parse_results(text, csv ? "," : "|");
   const auto& lines = rows.lines;
 
   // The banner once, the quoted command line, an empty line, then the header; line feeds only.

@@ -21,17 +21,14 @@ std::string md5_of(const std::string& bytes) {
 // "inode-type-id" as icat takes it.
 bool copy_address(CNtfs& volume, const std::string& address, const copy_options& options, std::string& out) {
   auto parts = orv::split(address, "-", false);
-  if (parts.size() != 3) return false;
-  uint64_t inode = std::stoull(parts[0]);
   std::vector<attrib_row> rows;
-  if (!list_attribs(volume, inode, rows, true)) return false;
+  if (parts.size() != 3 || !list_attribs(volume, std::stoull(parts[0]), rows, true)) return false;
   for (const attrib_row& row : rows) {
     if (row.m_type != std::stoul(parts[1]) || row.m_id != std::stoul(parts[2])) continue;
     std::ostringstream stream;
     uint64_t total = 0;
-    if (!copy_attrib_data(&volume, row, stream, options, total)) return false;
-    out = stream.str();
-    return true;
+    bool copied = copy_attrib_data(&volume, row, stream, options, total);
+    return out = stream.str(), copied;
   }
   return false;
 }

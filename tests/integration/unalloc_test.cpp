@@ -15,11 +15,10 @@ namespace {
 // A cluster past `from` whose whole bitmap byte is clear, so its neighbours are free too.
 uint64_t free_cluster(const std::string& image, uint64_t from) {
   auto volume = open_volume_path(orv::to_wide(image), 0);
-  if (!volume) return 0;
   std::ostringstream bitmap;
   uint64_t total = 0;
-  if (!read_unnamed_data(*volume, 6, bitmap, copy_options(), total)) return 0;
-  std::string bits = bitmap.str();
+  if (!volume || !read_unnamed_data(*volume, 6, bitmap, copy_options(), total)) return 0;
+  const std::string bits = bitmap.str();
   for (uint64_t byte = from / 8; byte < bits.size(); ++byte)
     if (bits[byte] == 0) return byte * 8 + 3;
   return 0;

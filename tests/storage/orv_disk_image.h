@@ -33,12 +33,6 @@ inline void ntfs_boot(bytes& b, size_t at, uint16_t bytes_per_sector, uint64_t t
   orv::put_le16(b.data() + at + 510, 0xAA55);
 }
 
-inline void ext_superblock(bytes& b, size_t at, uint32_t log_block, uint32_t blocks) {
-  orv::put_le32(b.data() + at + 1028, blocks);
-  orv::put_le32(b.data() + at + 1048, log_block);
-  orv::put_le16(b.data() + at + 1080, 0xEF53);
-}
-
 // GPT header at byte `at`; entries of `size` bytes from `entry_lba`.
 inline void gpt_header(bytes& b, size_t at, uint64_t my_lba, uint64_t entry_lba, uint32_t count, uint32_t size) {
   put_text(b, at, "EFI PART");
@@ -69,18 +63,6 @@ inline bytes mbr_disk() {
   return b;
 }
 
-// A disk of 4096-byte sectors: an ext volume (of 512-byte sectors) at sector 8, NTFS at 16.
-inline bytes four_kib_disk() {
-  bytes b(64 * 4096);
-  mbr_entry(b, 0, 0, 0x83, 8, 8);
-  mbr_entry(b, 0, 1, 0x07, 16, 48);
-  orv::put_le16(b.data() + 510, 0);  // the signature ends the 4096-byte sector
-  orv::put_le16(b.data() + 4094, 0xAA55);
-  ext_superblock(b, 8 * 4096, 2, 8);
-  ntfs_boot(b, 16 * 4096, 4096, 48);
-  return b;
-}
-
 // The image in a fresh temporary file, opened as a file source.
 struct image_file {
   std::string m_path = testutil::make_temp_dir("storage") + "/disk.img";
@@ -90,10 +72,7 @@ struct image_file {
     testutil::write_file(m_path, image);
     m_disk.open_path(orv::to_wide(m_path), false, 0);
   }
-  ~image_file() {
-    unlink(m_path.c_str());
-    rmdir(m_path.substr(0, m_path.rfind('/')).c_str());
-  }
+  ~image_file() { unlink(m_path.c_str()), rmdir(m_path.substr(0, m_path.rfind('/')).c_str()); }
 };
 
 }  // namespace diskimg

@@ -127,7 +127,9 @@ TEST(Partitions, VolumeGuess) {
   orv::put_le16(hfs.data() + 1024, 0x2B48);
   EXPECT_EQ(guess(hfs, 512), guessed(0, 0, 512, 0));  // needs 2048 bytes
   EXPECT_EQ(guess(hfs, 2048), guessed(175, 0, 512, 0));
-  diskimg::ext_superblock(ext, 0, 0xFFFFFFFF, 0xFFFFFFFF);
+  orv::put_le32(ext.data() + 1028, 0xFFFFFFFF);  // the block count and the log of the block size
+  orv::put_le32(ext.data() + 1048, 0xFFFFFFFF);
+  orv::put_le16(ext.data() + 1080, 0xEF53);
   EXPECT_EQ(guess(ext, 2048), guessed(131, 0, 512, 0));
 }
 
