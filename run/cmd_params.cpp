@@ -521,10 +521,6 @@ void set_value_separators(cmd_params& p, char first, char second) {
   p.m_replace_with = second;
 }
 
-cmd_params::cmd_params() = default;
-
-cmd_params::~cmd_params() = default;
-
 void cmd_params::set_separator(const std::string& text, bool comma_semicolon) {
   m_field_separator = text;
   if (m_quoted_fields) return;

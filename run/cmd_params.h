@@ -40,8 +40,9 @@ struct file_filter_entry {
 
 class cmd_params : public diag_sink {
  public:
-  cmd_params();
-  virtual ~cmd_params();
+  // Defined here, so that the layers which read an option set need no code of this one.
+  cmd_params() = default;
+  virtual ~cmd_params() = default;
 
   // Walks the common option table on `list`, consuming what it takes. Empty list: false.
   bool parse_common(std::vector<std::string>& list);

@@ -314,13 +314,13 @@ bool discover(const layout_source& src, partition_list& list, bool force, bool w
   }
 
   if (kind == FIRST_MBR) {
-    for (int i = 0; i < 4; ++i)
-      if (entry_at(b, i).m_type == TYPE_GPT_PROTECTIVE) return gpt_from_source(src, list, with_gaps);
     sector_size = entries_sector_size(src, b, sector_size);
-    // Every primary entry counts, wherever the extended one stands; its chain follows it.
+    // Every primary entry counts, wherever the extended one stands; its chain follows it. Rows
+    // ahead of a protective entry stay in front of the GPT's.
     bool chained = false;
     for (int i = 0; i < 4; ++i) {
       mbr_entry e = entry_at(b, i);
+      if (e.m_type == TYPE_GPT_PROTECTIVE) return gpt_from_source(src, list, with_gaps);
       if (!usable(e)) continue;
       list.push_back(make_row(e.m_start, e.m_count, e.m_type, sector_size));
       if (is_extended(e.m_type) && !chained && e.m_start != 0) {

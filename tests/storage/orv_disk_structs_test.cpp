@@ -28,7 +28,7 @@ bytes extended_chain(bool loop) {
   bytes b(1024 * 512);
   diskimg::mbr_entry(b, 0, 0, 0x07, 128, 64);
   diskimg::mbr_entry(b, 0, 1, 0x0F, 256, 700);
-  diskimg::mbr_entry(b, 0, 2, 0x83, 900, 10);  // after the extended entry: never looked at
+  diskimg::mbr_entry(b, 0, 2, 0x83, 900, 10);  // after the extended entry, behind its chain
   diskimg::ntfs_boot(b, 128 * 512, 512, 63);
   diskimg::mbr_entry(b, 256 * 512, 0, 0x07, 2, 100);
   diskimg::mbr_entry(b, 256 * 512, 1, 0x05, 200, 100);
@@ -69,6 +69,8 @@ TEST(Partitions, LayoutsGiveTheirRows) {
                             {558, 10, 0x83, "linux"}},
                    loop = chain;
   loop.push_back({456, 100, 5, "exten"});  // the chain stops where it comes back
+  chain.push_back({900, 10, 0x83, "linux"});
+  loop.push_back({900, 10, 0x83, "linux"});
   struct layout_case { const char* what; bytes image; std::vector<row> rows; } const cases[] = {
       // The MBR's sector count stands over the boot sector's.
       {"MBR", diskimg::mbr_disk(),
