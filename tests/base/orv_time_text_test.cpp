@@ -76,6 +76,7 @@ TEST(TimeText, StartStopArguments) {
   struct argument_case { const char *date, *time; bool ok; uint64_t filetime; } const cases[] = {
       {"01/31/2020", "12:34:56.4996", true, ft(2020, 1, 31, 12, 34, 56, 5000000)},  // fraction rounded to ms
       {"01/31/2020", "", true, ft(2020, 1, 31)},
+      {"01/31/2020", "23:59:59.9999", true, ft(2020, 1, 31, 23, 59, 59, 9990000)},  // stays in its second
       {"02/30/2020", "", true, 0},  // read, but there is no such day
       {"01/31", "00:00:00", false, 0},   {"01/31/2020", "12:34", false, 0},
       {"aa/31/2020", "", false, 0},      {"01/31/99999999", "", false, 0},

@@ -145,6 +145,18 @@ TEST(Cli, CpuInstancesMergeToTheRowsOfOneRun) {
   }
   EXPECT_GT(merged[0].size(), 1000u);
   EXPECT_EQ(merged[1], merged[0]);
+  // A first slice that selects nothing: the heading comes from the child that has rows.
+  run_brimlock("-mftfile " + q(mft) + " -csv -quiet -filter_name streams.txt -cpu 2 -out " + q(dir + "/r.csv"));
+  EXPECT_NE(testutil::read_text(dir + "/r.csv").find("\n\nmft entry,"), std::string::npos);
+}
+
+// Rows that cannot be written are never lost unseen: status 255 and the reason.
+TEST(Cli, ResultsFileThatCannotBeWritten) {
+  for (const char* cpu : {"", " -cpu 2"}) {
+    auto r = run_brimlock("-mftfile " + q(fixtures::path("feature.mft")) + " -quiet -out /dev/full" + cpu);
+    EXPECT_EQ(r.status, 255);
+    EXPECT_NE(r.err.find("prob writing results file /dev/full, aborting\n"), std::string::npos) << r.err;
+  }
 }
 
 // Status 255, the reason, and the volumes that mmls found listed with the offset to use.
@@ -160,6 +172,7 @@ TEST(VolumeChoice, PartitionedDisksStopWithTheReasonAndTheOffsetToUse) {
       {"gpt.img", 4 << 20, "-offset 0x100000", "",
        "volume offset 0x100000 is a NTFS partition, however image size does not encapsulate entire volume\n"},
       {"disk4k.img", 0, "", "disk4k.parts.tsv", "use option [-offset 0x100000]\n"},
+      {"mbr4k.img", 0, "", "mbr4k.parts.tsv", "use option [-offset 0xc00000]\n"},
       // Cut one 4 KiB sector short of the end of its partition (sectors 256 to 2815).
       {"disk4k.img", 2815 * 4096, "-offset 0x100000", "",
        "volume offset 0x100000 is a NTFS partition, however image size does not encapsulate entire volume\n"},

@@ -133,6 +133,9 @@ TEST(Partitions, VolumeGuess) {
   orv::put_le32(ext.data() + 1048, 0xFFFFFFFF);
   orv::put_le16(ext.data() + 1080, 0xEF53);
   EXPECT_EQ(guess(ext, 2048), guessed(131, 0, 512, 0));
+  // NTFS keeps clusters of 128 KiB and more as a power of two: 0xF4 is 2^12 sectors.
+  const std::pair<uint8_t, uint32_t> powers[] = {{8, 8}, {0x80, 128}, {0xF4, 4096}, {0xF0, 65536}, {0x81, 0}};
+  for (const auto& p : powers) EXPECT_EQ(ntfs_sectors_per_cluster(p.first), p.second) << int(p.first);
 }
 
 }  // namespace
