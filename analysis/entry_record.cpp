@@ -443,7 +443,8 @@ bool categorize_attrib(entry_record& entry, scan_state& scan, uint64_t inode, co
       std::wstring target;
       if (!reparse_target(value, target)) break;
       entry.m_reparse_targets.emplace(key, target);
-      if (attrib_item* item = new_item(entry, key, attr, "reparse point", name, inode)) item->m_text = orv::to_utf8(target);
+      if (attrib_item* item = new_item(entry, key, attr, "reparse point", name, inode))
+        item->m_text = orv::to_utf8(target);
       break;
     }
     default: {
@@ -498,7 +499,8 @@ bool read_attrib_list(entry_record& entry, scan_state& scan, uint64_t inode, con
   CNtfs* volume = scan.m_source.volume();
   if (!volume) return true;  // an extracted $MFT has no clusters to read the list from
   std::vector<uint8_t> list;
-  if (read_attrib_list_value(*volume, attr.m_bytes, list)) pull_list(entry, scan, inode, list.data(), list.size(), capture);
+  if (read_attrib_list_value(*volume, attr.m_bytes, list))
+    pull_list(entry, scan, inode, list.data(), list.size(), capture);
   return true;
 }
 
@@ -526,8 +528,8 @@ size_t categorize_record(entry_record& entry, scan_state& scan, uint64_t inode, 
   });
   // Lists come after all the record's own attributes, so those win ties of map keys.
   for (size_t pos : lists)
-    read_attrib_list(entry, scan, inode, record + pos, std::min<uint32_t>(le32(record + pos + 4), length - uint32_t(pos)),
-                     capture);
+    read_attrib_list(entry, scan, inode, record + pos,
+                     std::min<uint32_t>(le32(record + pos + 4), length - uint32_t(pos)), capture);
   return walked;
 }
 

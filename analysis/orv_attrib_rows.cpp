@@ -31,7 +31,8 @@ attrib_row summary_row(const entry_record& entry) {
   return row;
 }
 
-void item_row(const entry_record& entry, const attrib_item& item, attrib_key key, uint32_t record_size, attrib_row& row) {
+void item_row(const entry_record& entry, const attrib_item& item, attrib_key key, uint32_t record_size,
+              attrib_row& row) {
   row.m_type = item.type();
   row.m_id = item.id();
   row.m_flags = item.flags();

@@ -284,7 +284,8 @@ bool or_filters_match(entry_record& entry, const mft_entries_ctx& ctx, scan_stat
     return hit ? 1 : -1;
   };
   int verdict;
-  if ((verdict = decide(ctx.m_filter_min_ads_size != 0, [&] { return ads_size_group(entry, ctx); })) >= 0) return verdict;
+  if ((verdict = decide(ctx.m_filter_min_ads_size != 0, [&] { return ads_size_group(entry, ctx); })) >= 0)
+    return verdict;
   if ((verdict = decide(ctx.m_filter_max_size || ctx.m_filter_min_size, [&] { return size_group(entry, ctx); })) >= 0)
     return verdict;
   if ((verdict = decide(!ctx.m_filter_wildcards.empty(), [&] { return wildcard_group(entry, ctx, lowered); })) >= 0)

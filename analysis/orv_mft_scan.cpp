@@ -76,8 +76,8 @@ bool ensure_source_open(const mft_entries_ctx& options, scan_state& scan) {
     scan.m_source_text = options.m_mounted_vmdk;
     adopt_volume(scan, open_volume_path(options.m_mounted_vmdk, options.m_volume_offset, &why), why);
   }
-  if (!scan.m_problem.empty()) log_line(scan.log(), "source %s not opened: %s", orv::to_utf8(scan.m_source_text).c_str(),
-                                        scan.m_problem.c_str());
+  if (!scan.m_problem.empty())
+    log_line(scan.log(), "source %s not opened: %s", orv::to_utf8(scan.m_source_text).c_str(), scan.m_problem.c_str());
   return source.is_open();
 }
 

@@ -45,7 +45,8 @@ std::vector<std::wstring> split(const std::wstring& text, const std::wstring& se
 
 // Number readers of the option layer. Each trims and lowers first. False leaves `out` unchanged,
 // except parse_size, which sets 0 on refusal.
-bool parse_u64(const std::string& text, uint64_t& out);    // "x" -> hex after it; "o" -> octal after it; digit/+/- -> decimal
+bool parse_u64(const std::string& text,
+               uint64_t& out);  // "x" -> hex after it; "o" -> octal after it; digit/+/- -> decimal
 bool parse_u32(const std::string& text, uint32_t& out);    // same rules
 bool parse_small(const std::string& text, uint32_t& out);  // "x.."/"0x.." hex, "o.." octal, digits, 'c'
 bool parse_size(const std::string& text, uint64_t& out);   // leading blanks skipped; see the option layer

@@ -45,7 +45,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   results_stream out;
   if (!out.open_file("/dev/null")) return 0;
   default_writer writer(options, out);
-  if (select_record(entry, record, uint32_t(record.size()), 1, options, scan)) write_default_results(entry, scan, writer);
+  if (select_record(entry, record, uint32_t(record.size()), 1, options, scan))
+    write_default_results(entry, scan, writer);
   out.close();
   return 0;
 }

@@ -72,7 +72,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (uint64_t i = 0; i < count; ++i) {
       bool bad = false;
       if (!mft_fixup_read(record, bad, scan.m_source, i, scan.log()) || record.empty()) continue;
-      if (select_record(entry, record, uint32_t(record.size()), i, options, scan)) write_default_results(entry, scan, writer);
+      if (select_record(entry, record, uint32_t(record.size()), i, options, scan))
+        write_default_results(entry, scan, writer);
     }
     out.close();
   }

@@ -206,7 +206,8 @@ bool CNtfs::read_inode_stats(uint64_t inode, const std::vector<uint8_t>& record,
   orv::byte_span attr(list_attr, list_len);
   std::vector<uint8_t> stored;
   orv::byte_span list = attr.u8(8) == 0 ? attr.sub(attr.u16(20), attr.u32(16)) : orv::byte_span();
-  if (attr.u8(8) != 0 && read_attrib_list_value(*this, attr, stored)) list = orv::byte_span(stored.data(), stored.size());
+  if (attr.u8(8) != 0 && read_attrib_list_value(*this, attr, stored))
+    list = orv::byte_span(stored.data(), stored.size());
   attrib_list_rules rules;
   rules.m_same_sequence = true;
   pull_listed_attributes(
@@ -237,7 +238,8 @@ bool CNtfs::volume_open(uint64_t* mft_pos) {
   uint32_t spc = m_boot.sectors_per_cluster();
   const uint64_t cluster_bytes = uint64_t(m_boot.bytes_per_sector()) * spc;
   // Nothing on a volume without clusters can be located.
-  if (cluster_bytes == 0 || cluster_bytes > INT32_MAX) return refuse("impossible bytes per sector or sectors per cluster");
+  if (cluster_bytes == 0 || cluster_bytes > INT32_MAX)
+    return refuse("impossible bytes per sector or sectors per cluster");
   m_cluster_size = int32_t(cluster_bytes);
   int8_t per_record = m_boot.clusters_per_record();
   if (per_record < 0) {

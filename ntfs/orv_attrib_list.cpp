@@ -19,7 +19,8 @@ constexpr uint64_t k_max_list_bytes = 64ull << 20;
 
 // The attribute of `type` and `id` in a fixed-up record; null when the walk does not meet it
 // whole. An attribute as long as the record itself ends the search.
-const uint8_t* find_attribute(const uint8_t* record, size_t length, uint32_t type, uint16_t id, uint32_t& found_length) {
+const uint8_t* find_attribute(const uint8_t* record, size_t length, uint32_t type, uint16_t id,
+                              uint32_t& found_length) {
   const uint8_t* found = nullptr;
   attrib_walk_rules rules;
   rules.m_limit = uint32_t(std::min<size_t>(length, UINT32_MAX)) - 1;
@@ -87,7 +88,8 @@ void pull_listed_attributes(const uint8_t* list, size_t length, uint64_t base, c
             record_ok && (!rules.m_same_sequence || orv::le16(record.data() + 16) == entry.holder_sequence());
         uint32_t found_length = 0;
         const uint8_t* found =
-            same ? find_attribute(record.data(), record.size(), entry.type(), entry.attrib_id(), found_length) : nullptr;
+            same ? find_attribute(record.data(), record.size(), entry.type(), entry.attrib_id(), found_length)
+                 : nullptr;
         if (found) {
           visit(record.data(), record.size(), found, found_length, holder);
           pulled.insert(key);

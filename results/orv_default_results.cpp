@@ -150,7 +150,8 @@ void build_columns(default_writer& state, const mft_entries_ctx& ctx) {
   scratch.m_column_count = count;
   for (size_t i = 0; i < count;) {
     const planned_cell cell{source[i], uint32_t(i), table.m_columns[i].m_flags | table.m_row.m_default_flags};
-    if (changes_per_row(cell.m_source) && scratch.m_gaps < 4) scratch.m_gap_cell[scratch.m_gaps++] = scratch.m_plan.size();
+    if (changes_per_row(cell.m_source) && scratch.m_gaps < 4)
+      scratch.m_gap_cell[scratch.m_gaps++] = scratch.m_plan.size();
     scratch.m_plan.push_back(cell);
     i += cell.m_source == from_time && scratch.m_time_kind == cell_time_split && i + 1 < count ? 2 : 1;
   }
@@ -211,7 +212,8 @@ void unique_names(std::vector<uint32_t>& names, const default_row_scratch& scrat
   std::sort(names.begin(), names.end());
   names.erase(std::unique(names.begin(), names.end()), names.end());
   if (names.size() < 2) return;
-  std::sort(names.begin(), names.end(), [&](uint32_t a, uint32_t b) { return name_text(scratch, a) < name_text(scratch, b); });
+  std::sort(names.begin(), names.end(),
+            [&](uint32_t a, uint32_t b) { return name_text(scratch, a) < name_text(scratch, b); });
   names.erase(std::unique(names.begin(), names.end(),
                           [&](uint32_t a, uint32_t b) { return name_text(scratch, a) == name_text(scratch, b); }),
               names.end());

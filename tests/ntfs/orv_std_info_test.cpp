@@ -11,10 +11,7 @@ TEST(StandardInformation, LongAndShortForms) {
   orv::put_le64(with_usn.data() + 64, 0xABCDEF);
   std_info_value si;
   si.assign(with_usn.data(), with_usn.size());
-  EXPECT_EQ(si.created(), 11u);
-  EXPECT_EQ(si.modified(), 22u);
-  EXPECT_EQ(si.mft_modified(), 33u);
-  EXPECT_EQ(si.accessed(), 44u);
+  EXPECT_TRUE(si.created() == 11u && si.modified() == 22u && si.mft_modified() == 33u && si.accessed() == 44u);
   EXPECT_EQ(si.flags(), 0x20u);
   EXPECT_EQ(si.security_id(), 0x105u);
   EXPECT_EQ(si.usn(), 0xABCDEFu);
@@ -23,7 +20,5 @@ TEST(StandardInformation, LongAndShortForms) {
   const std::vector<uint8_t> short_form = testutil::si_value(11, 22, 33, 44, 0x20, true, 0x105);
   ASSERT_EQ(short_form.size(), 48u);
   si.assign(short_form.data(), short_form.size());
-  EXPECT_EQ(si.accessed(), 44u);
-  EXPECT_EQ(si.security_id(), 0u);
-  EXPECT_EQ(si.usn(), 0u);
+  EXPECT_TRUE(si.accessed() == 44u && si.security_id() == 0 && si.usn() == 0);
 }

@@ -89,7 +89,8 @@ TEST_F(ReadStream, RangesHolesAndFailures) {
     EXPECT_EQ(length, c.m_delivered);
     EXPECT_EQ(flags, c.m_flags_out);
     if (!c.m_ok) continue;
-    EXPECT_EQ(bytes(buffer.begin(), buffer.begin() + int64_t(length)), expected(c.m_runs, c.m_pos, length, c.m_flags_in));
+    EXPECT_EQ(bytes(buffer.begin(), buffer.begin() + int64_t(length)),
+              expected(c.m_runs, c.m_pos, length, c.m_flags_in));
     EXPECT_EQ(buffer[length], 0xCC);  // nothing written past what was delivered
   }
   uint64_t length = C;
