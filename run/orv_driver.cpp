@@ -161,10 +161,11 @@ void say_shortfall(const scan_state& scan) {
   const CNtfs* volume = scan.m_source.volume();
   if (!volume || !volume->m_disk) return;
   const uint64_t have = volume->m_disk->size(), need = volume->m_volume_offset + volume->volume_bytes();
-  if (have && need > have)
-    print_message("prob reading %s: it holds 0x%llx of the 0x%llx bytes the volume needs; what lies past its end "
-                  "cannot be read\n",
-                  orv::to_utf8(scan.m_source_text).c_str(), (unsigned long long)have, (unsigned long long)need);
+  if (!have || need <= have) return;
+  log_line(scan.log(), "source holds 0x%llx of 0x%llx bytes", (unsigned long long)have, (unsigned long long)need);
+  print_message("prob reading %s: it holds 0x%llx of the 0x%llx bytes the volume needs; what lies past its end "
+                "cannot be read\n",
+                orv::to_utf8(scan.m_source_text).c_str(), (unsigned long long)have, (unsigned long long)need);
 }
 
 // Picks the scans: the inode list alone, or a full scan, an unallocated pass, or both in turn.

@@ -314,7 +314,11 @@ bool discover(const layout_source& src, partition_list& list, bool force, bool w
   }
 
   if (kind == FIRST_MBR) {
-    sector_size = entries_sector_size(src, b, sector_size);
+    // A hybrid MBR in front of a GPT counts in the GPT's sectors.
+    bool protective = false;
+    for (int i = 0; i < 4; ++i) protective |= entry_at(b, i).m_type == TYPE_GPT_PROTECTIVE;
+    const uint32_t gpt_size = protective ? gpt_sector_size(src) : 0;
+    sector_size = gpt_size ? gpt_size : entries_sector_size(src, b, sector_size);
     // Every primary entry counts, wherever the extended one stands; its chain follows it. Rows
     // ahead of a protective entry stay in front of the GPT's.
     bool chained = false;
