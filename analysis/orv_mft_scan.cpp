@@ -18,14 +18,19 @@
 
 // ---- source ----------------------------------------------------------------------------------
 
+// What a scan takes from its volume once it is open: the record count and the $UpCase table.
+static void take_volume(scan_state& scan, CNtfs& volume) {
+  scan.m_mft_total = volume.mft_inode_count();
+  if (scan.m_upcase.empty()) volume.read_upcase(scan.m_upcase);
+}
+
 static void adopt_volume(scan_state& scan, std::unique_ptr<CNtfs> volume, const std::string& why) {
   if (!volume || !volume->validated()) {
     scan.m_problem = why.empty() ? "no NTFS volume there" : why;
     return;
   }
   scan.m_source.adopt_volume(std::move(volume));
-  scan.m_mft_total = scan.m_source.volume()->mft_inode_count();
-  if (scan.m_upcase.empty()) scan.m_source.volume()->read_upcase(scan.m_upcase);
+  take_volume(scan, *scan.m_source.volume());
 }
 
 static bool starts_with_two_backslashes(const std::wstring& name) {
@@ -39,8 +44,7 @@ bool ensure_source_open(const mft_entries_ctx& options, scan_state& scan) {
     // A volume lent to the scan is taken as it is; one that does not validate is no source.
     CNtfs* volume = source.volume();
     if (!volume || volume->volume_open()) {
-      if (volume) scan.m_mft_total = volume->mft_inode_count();
-      if (volume && scan.m_upcase.empty()) volume->read_upcase(scan.m_upcase);
+      if (volume) take_volume(scan, *volume);
       return true;
     }
     source.close();
