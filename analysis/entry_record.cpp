@@ -61,7 +61,7 @@ entry_pool_holder::entry_pool_holder() = default;
 entry_pool_holder::entry_pool_holder(const entry_pool_holder&) {}
 entry_pool_holder& entry_pool_holder::operator=(const entry_pool_holder&) { return *this; }
 entry_pool_holder::~entry_pool_holder() = default;
-entry_node_pools& entry_pool_holder::get() {
+entry_node_pools& entry_pool_holder::nodes() {
   if (!m_pools) m_pools = std::make_unique<entry_node_pools>();
   return *m_pools;
 }
@@ -92,7 +92,7 @@ static std::pair<typename Map::iterator, bool> pooled_insert(Map& map, std::vect
 
 void entry_record::clear() {
   // Called for every record of a scan: nodes go back to the pools and strings keep their capacity.
-  entry_node_pools& pools = m_pools.get();
+  entry_node_pools& pools = m_pools.nodes();
   recycle(m_std_infos, pools.m_si);
   recycle(m_file_names, pools.m_fn);
   recycle(m_object_ids, pools.m_oid);
@@ -165,7 +165,7 @@ std::string make_path_key(uint64_t parent_number, const std::string& name_utf8, 
 // A new stored attribute under `key`, filled from `attr`; nullptr when the key is taken.
 static attrib_item* new_item(entry_record& entry, attrib_key key, const attrib_view& attr, const char* label,
                              const std::wstring& name, uint64_t inode) {
-  auto slot = pooled_insert(entry.m_attribs, entry.m_pools.get().m_attr, key);
+  auto slot = pooled_insert(entry.m_attribs, entry.m_pools.nodes().m_attr, key);
   if (!slot.second) return nullptr;
   attrib_item& item = slot.first->second;
   item.m_name = name;
@@ -185,7 +185,7 @@ static attrib_item* new_item(entry_record& entry, attrib_key key, const attrib_v
 // A like attribute already stored under the key with the same name takes the new extent's runs;
 // one with another name keeps its place and the new one is dropped.
 static void merge_into(entry_record& entry, attrib_item& stored, const attrib_view& attr) {
-  data_run_list& runs = entry.m_pools.get().m_runs;
+  data_run_list& runs = entry.m_pools.nodes().m_runs;
   runs.clear();
   if (attr.non_resident()) attribute_run_list(attr.m_bytes.m_data, uint32_t(attr.m_bytes.m_size), runs);
   merge_run_lists(stored.m_runs, runs);
@@ -228,7 +228,7 @@ static void store_captured_or_merged(entry_record& entry, attrib_key key, const 
 static void read_zone_stream(entry_record& entry, const scan_state& scan, const attrib_view& attr) {
   CNtfs* volume = scan.m_source.volume();
   if (!entry.m_zone_buffer.empty() || !attr.non_resident() || !volume) return;
-  data_run_list& runs = entry.m_pools.get().m_runs;
+  data_run_list& runs = entry.m_pools.nodes().m_runs;
   runs.clear();
   if (!attribute_run_list(attr.m_bytes.m_data, uint32_t(attr.m_bytes.m_size), runs) || runs.empty()) return;
   uint64_t size = std::max(attr.real_size(), attr.initialised_size());
@@ -287,7 +287,7 @@ static void categorize_file_name(entry_record& entry, const scan_state& scan, ui
                                  const attrib_view& attr) {
   byte_span value = attr.value();
   if (!value.m_size) return;
-  entry_node_pools& pools = entry.m_pools.get();
+  entry_node_pools& pools = entry.m_pools.nodes();
   std::array<uint8_t, 68> raw{};
   std::memcpy(raw.data(), value.m_data, std::min<size_t>(value.m_size, raw.size()));
   uint8_t name_units = raw[64];
@@ -362,7 +362,7 @@ bool categorize_attrib(entry_record& entry, scan_state& scan, uint64_t inode, co
   if (attr.has_name()) orv::utf16_to_wide(attr.m_bytes.at(attr.name_offset()), int64_t(attr.name_length()) * 2, name);
   byte_span value = attr.non_resident() ? byte_span() : attr.value();
   const attrib_key key = make_attrib_key(type, attr.id(), holder_slot(entry, inode));
-  entry_node_pools& pools = entry.m_pools.get();
+  entry_node_pools& pools = entry.m_pools.nodes();
 
   switch (type) {
     case AT_STANDARD_INFORMATION: {

@@ -96,7 +96,7 @@ struct entry_pool_holder {
   entry_pool_holder(const entry_pool_holder&);
   entry_pool_holder& operator=(const entry_pool_holder&);
   ~entry_pool_holder();
-  entry_node_pools& get();
+  entry_node_pools& nodes();
   std::unique_ptr<entry_node_pools> m_pools;
 };
 
