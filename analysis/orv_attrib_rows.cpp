@@ -31,8 +31,10 @@ attrib_row summary_row(const entry_record& entry) {
   return row;
 }
 
-void item_row(const entry_record& entry, const attrib_item& item, attrib_key key, uint32_t record_size,
-              attrib_row& row) {
+}  // namespace
+
+attrib_row row_of_item(const entry_record& entry, const attrib_item& item, uint64_t key, uint32_t record_size) {
+  attrib_row row;
   row.m_type = item.type();
   row.m_id = item.id();
   row.m_flags = item.flags();
@@ -47,16 +49,23 @@ void item_row(const entry_record& entry, const attrib_item& item, attrib_key key
     row.m_compressed_size = item.compressed_size();
     row.m_compression_unit = uint8_t(item.compression_unit());
     row.m_runs = item.m_runs;
-    return;
+    return row;
   }
   row.m_value_length = item.value_length();
-  if (row.m_value_length < record_size) row.m_value = item.m_value;
+  if (row.m_value_length < record_size) {
+    if (!item.m_value.empty()) {
+      row.m_value = item.m_value;
+    } else {
+      // Scans keep a resident value inside the attribute's bytes only.
+      orv::byte_span value = attrib_view(orv::byte_span(item.m_raw_attrib.data(), item.m_raw_attrib.size())).value();
+      row.m_value.assign(value.m_data, value.m_data + value.m_size);
+    }
+  }
   if (row.m_type == 0x60 && item.m_name.empty() && !item.m_value.empty())
     orv::utf16_to_utf8(item.m_value.data(), item.m_value.size(), row.m_text);
   if (row.m_type == 0x40 && item.m_value.size() == 16) row.m_text = orv::guid_text(item.m_value.data());
+  return row;
 }
-
-}  // namespace
 
 bool list_attribs(CNtfs& volume, uint64_t inode, std::vector<attrib_row>& rows, bool with_header_row) {
   // A scan of its own on the lent volume, with the debug log off.
@@ -102,9 +111,7 @@ bool list_attribs(CNtfs& volume, uint64_t inode, std::vector<attrib_row>& rows, 
   for (const auto& kv : entry.m_attribs) {
     const attrib_item& item = kv.second;
     if (!with_header_row && item.type() != 0x90 && item.type() != 0xA0) continue;
-    attrib_row row;
-    item_row(entry, item, kv.first, volume.record_size(), row);
-    rows.push_back(std::move(row));
+    rows.push_back(row_of_item(entry, item, kv.first, volume.record_size()));
   }
   return true;
 }

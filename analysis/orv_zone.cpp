@@ -29,16 +29,37 @@ static const char* zone_label(const std::string& value) {
   }
 }
 
-std::string zone_info_text(const std::map<std::string, std::string>& zone) {
-  if (zone.empty()) return std::string();
-  std::string out = "ZoneInfo {";
+namespace {
+
+// The pairs in key order, each key and value between `quote`s, with ';' between pairs.
+void append_zone_pairs(std::string& out, const std::map<std::string, std::string>& zone, char quote) {
   bool first = true;
   for (const auto& kv : zone) {
     if (!first) out += ';';
     first = false;
-    out += "'" + kv.first + "':'" + kv.second;
+    out += quote;
+    out += kv.first;
+    out += quote;
+    out += ':';
+    out += quote;
+    out += kv.second;
     if (kv.first.compare(0, 6, "ZoneId") == 0) out += zone_label(kv.second);
-    out += "'";
+    out += quote;
   }
+}
+
+}  // namespace
+
+std::string zone_info_text(const std::map<std::string, std::string>& zone) {
+  if (zone.empty()) return std::string();
+  std::string out = "ZoneInfo {";
+  append_zone_pairs(out, zone, '\'');
+  return out + "}";
+}
+
+std::string format_zone_text(const std::map<std::string, std::string>& zone) {
+  if (zone.empty()) return std::string();
+  std::string out = "{";
+  append_zone_pairs(out, zone, '"');
   return out + "}";
 }

@@ -139,6 +139,42 @@ bool fileio::write(const void* data, size_t length) {
   return true;
 }
 
+file_streambuf::file_streambuf(fileio& file) : m_file(file), m_buffer(0x10000) {
+  setp(m_buffer.data(), m_buffer.data() + m_buffer.size());
+}
+
+file_streambuf::~file_streambuf() { sync(); }
+
+int file_streambuf::sync() {
+  const size_t pending = size_t(pptr() - pbase());
+  setp(m_buffer.data(), m_buffer.data() + m_buffer.size());
+  return pending == 0 || m_file.write(m_buffer.data(), pending) ? 0 : -1;
+}
+
+file_streambuf::int_type file_streambuf::overflow(int_type c) {
+  if (sync() != 0) return traits_type::eof();
+  if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
+  *pptr() = traits_type::to_char_type(c);
+  pbump(1);
+  return c;
+}
+
+std::streamsize file_streambuf::xsputn(const char* s, std::streamsize n) {
+  if (n <= 0) return 0;
+  if (size_t(n) <= size_t(epptr() - pptr())) {
+    std::copy(s, s + n, pptr());
+    pbump(int(n));
+    return n;
+  }
+  if (sync() != 0) return 0;
+  if (size_t(n) < m_buffer.size()) {
+    std::copy(s, s + n, pptr());
+    pbump(int(n));
+    return n;
+  }
+  return m_file.write(s, size_t(n)) ? n : 0;
+}
+
 bool read_whole_file(const std::string& path, std::vector<uint8_t>& out) {
   out.clear();
   fileio file;

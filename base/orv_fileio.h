@@ -1,6 +1,7 @@
 #pragma once
 // All file access other than raw block sources goes through uni::fileio.
 #include <cstdint>
+#include <streambuf>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,30 @@ class fileio {
   std::vector<uint8_t> m_memory;
   uint64_t m_position = 0;
   uint16_t m_memory_mode = 0;
+};
+
+// A std::ostream's buffer over a file opened for writing: small writes gather in 64 KiB, large
+// ones go straight through. After a failed write the stream reports bad.
+class file_streambuf : public std::streambuf {
+ public:
+  explicit file_streambuf(fileio& file);
+  ~file_streambuf() override;
+
+ protected:
+  int_type overflow(int_type c) override;
+  std::streamsize xsputn(const char* s, std::streamsize n) override;
+  int sync() override;
+
+ private:
+  fileio& m_file;
+  std::vector<char> m_buffer;
+};
+
+// A std::ostream's buffer that takes every byte and keeps none: a copy made for its digests only.
+class null_streambuf : public std::streambuf {
+ protected:
+  int_type overflow(int_type c) override { return traits_type::not_eof(c); }
+  std::streamsize xsputn(const char*, std::streamsize n) override { return n; }
 };
 
 // Whole-file read; false when the file cannot be opened or read.

@@ -1,5 +1,7 @@
 #include "fuzz/fuzz_common.h"
 
+#include <filesystem>
+
 #include "run/orv_driver.h"
 
 namespace fuzz {
@@ -8,7 +10,10 @@ int run_main(std::vector<std::string> args) {
   std::vector<char*> argv;
   for (std::string& a : args) argv.push_back(&a[0]);
   argv.push_back(nullptr);
-  return brimlock_main(int(args.size()), argv.data());
+  int status = brimlock_main(int(args.size()), argv.data());
+  std::error_code ignored;
+  std::filesystem::remove_all(copy_directory(), ignored);
+  return status;
 }
 
 }  // namespace fuzz

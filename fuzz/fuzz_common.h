@@ -46,6 +46,9 @@ inline uint32_t input_hash(const uint8_t* data, size_t size) {
   return h ^ uint32_t(size);
 }
 
+// Where the copies of a fuzz run go: a directory of this process.
+inline std::string copy_directory() { return "/tmp/brimlock-fuzz-copies-" + std::to_string(getpid()); }
+
 // Output options of one run, chosen by `bits`.
 inline void add_run_options(std::vector<std::string>& args, uint32_t bits) {
   static const char* const formats[] = {nullptr, "-csv", "-no_whitespace", "-pair_datetime"};
@@ -58,6 +61,10 @@ inline void add_run_options(std::vector<std::string>& args, uint32_t bits) {
   if (bits & 0x80) args.push_back("-base10");
   if (bits & 0x100) args.insert(args.end(), {"-filter_sig", "mz|hive|sqlite"});
   if (bits & 0x200) args.push_back("-hide_dos_fntimes");
+  if (bits & 0x1000) args.insert(args.end(), {"-md5", "-sha256", "-action_find_strings_in_hdr"});
+  if (bits & 0x2000) args.push_back("-csvperpath");
+  // Copies go to a directory of this process that run_main empties after every run.
+  if (bits & 0x4000) args.insert(args.end(), {"-action_copy_files", copy_directory(), bits & 0x8000 ? "-raw" : "-all"});
   args.insert(args.end(), {"-quiet", "-out", "/dev/null"});
 }
 

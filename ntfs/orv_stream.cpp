@@ -230,13 +230,15 @@ bool copy_attrib_data(CNtfs* volume, const attrib_row& row, std::ostream& out, c
     if (options.m_log) log_line(*options.m_log, "err: no data");
     return false;
   }
-  if (!volume || !out) return false;
+  if (!out) return false;
+  // A resident value lies in the record itself: an extracted $MFT gives it without a volume.
   if (!row.m_non_resident) {
     if (options.m_log) log_line(*options.m_log, "info: data size 0x%llx", (unsigned long long)row.m_value.size());
     if (!emit(out, options, row.m_value.data(), row.m_value.size())) return false;
     total = row.m_value.size();
     return true;
   }
+  if (!volume) return false;
   uint64_t c = volume->cluster_size();
   if (c == 0) return false;
   uint64_t wanted = options.m_raw ? row.m_allocated_size : std::max(row.m_real_size, row.m_valid_size);

@@ -62,7 +62,8 @@ struct copy_options {
   const diag_sink* m_log = nullptr;
 };
 
-// Copies the content of one attribute to `out`. `total` comes back with the bytes written. False
+// Copies the content of one attribute to `out`; a resident value needs no volume. `total` comes
+// back with the bytes written. False
 // with nothing to copy (no runs, no value, size 0), on a bad stream or a failed write; a read
 // failure part-way ends the copy with true and what was written so far.
 bool copy_attrib_data(CNtfs* volume, const attrib_row& row, std::ostream& out, const copy_options& options,

@@ -10,6 +10,8 @@
 #include "base/orv_results_stream.h"
 #include "base/orv_string.h"
 #include "results/orv_default_notes.h"
+#include "results/orv_extract.h"
+#include "results/orv_header_text.h"
 #include "results/orv_result_cells.h"
 #include "results/result_row.h"
 #include "run/mft_entries_ctx.h"
@@ -64,6 +66,7 @@ struct default_row_scratch {
   std::string m_refinode;
   std::string m_other;
   std::string m_extracted;
+  std::string m_header;
 
   // Rows are written straight from the values, with the cell writers of the table: the cells
   // that stay put for a timeline are written once into the frame, whose pieces come between the
@@ -348,6 +351,11 @@ void flush_timeline(default_writer& state, const entry_record& entry, uint64_t p
     orv::append_utf8_of(scratch.m_extracted, entry.m_extracted_path);
     texts[from_extracted] = scratch.m_extracted;
   }
+  if (state.m_col_header >= 0) {
+    scratch.m_header.clear();
+    append_header_text(scratch.m_header, entry, ctx.m_header_strings != 0);
+    texts[from_header] = scratch.m_header;
+  }
   write_frame(scratch, table, entry, parent, texts);
 
   const bool windowed = ctx.m_filter_start_time || ctx.m_filter_stop_time;
@@ -475,7 +483,14 @@ record_sink default_rows_sink(default_writer& writer) {
   record_sink sink;
   sink.m_writer = &writer;
   sink.m_write = [](void* target, entry_record& entry, const scan_state& scan) {
-    write_default_results(entry, scan, *static_cast<default_writer*>(target));
+    default_writer& writer = *static_cast<default_writer*>(target);
+    const mft_entries_ctx& ctx = writer.m_options;
+    if (!entry.m_is_extension && entry.m_base_ref == 0 && !entry.m_std_infos.empty()) {
+      // Copies and digests first: the rows show them.
+      if (ctx.m_copy_files) extract_record(entry, ctx, scan, [](const attrib_item&, const std::wstring&) {});
+      else hash_unnamed_data(entry, ctx, scan);
+    }
+    write_default_results(entry, scan, writer);
   };
   return sink;
 }

@@ -18,6 +18,7 @@
 #include "base/orv_version.h"
 #include "ntfs/ntfs.h"
 #include "results/orv_default_results.h"
+#include "results/orv_path_rows.h"
 #include "run/mft_entries_ctx.h"
 #include "run/orv_instances.h"
 #include "run/orv_walk_options.h"
@@ -169,12 +170,13 @@ void say_shortfall(const scan_state& scan) {
 }
 
 // Picks the scans: the inode list alone, or a full scan, an unallocated pass, or both in turn.
-// Every selected record goes to the default rows, the one format this build writes.
 void run_scans(const mft_entries_ctx& c, results_stream& out) {
   scan_state scan;
   scan_state_for(scan, c);
   default_writer writer(c, out);
-  const record_sink sink = default_rows_sink(writer);
+  path_writer paths(c, out);
+  // -csvperpath, set also by -action_copy_files, takes the per-path rows; all else the default.
+  const record_sink sink = c.m_csvperpath ? path_rows_sink(paths) : default_rows_sink(writer);
   if (!ensure_source_open(c, scan)) return say_problem(scan);
   say_shortfall(scan);
   if (only_inode_filters(c)) {

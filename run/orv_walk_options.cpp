@@ -156,8 +156,9 @@ bool copy_files_option(mft_entries_ctx& c, const std::wstring& value, std::vecto
     per_path_layout = false;
   }
   if (per_path_layout) {
+    // The rows that go with the copies are comma separated, commas in text turned into blanks.
     c.m_csvperpath = 1;
-    set_value_separators(c, ',', ' ');
+    c.set_separator(",", false);
   }
   std::wstring dir = value;
   orv::strip_trailing_slashes(dir);
@@ -241,8 +242,7 @@ const walk_option k_head_group[] = {
        c.m_fmt_l2t = c.m_fmt_bodyfile = 0;
        set_output_kind(c, &mft_entries_ctx::m_csvperpath);
        return true;
-     },
-     nullptr, unbuilt},
+     }},
     {L"-verbose", form_flag, [](mft_entries_ctx& c, const wtext&, wlist&) {
        c.m_verbose = 1;
        return true;
@@ -287,15 +287,15 @@ const walk_option k_head_group[] = {
 };
 
 const walk_option k_walk_options[] = {
-    {L"-raw", form_flag, nullptr, &mft_entries_ctx::m_copy_raw, unbuilt},
-    {L"-skip_sparse_clusters", form_flag, nullptr, &mft_entries_ctx::m_skip_sparse, unbuilt},
+    {L"-raw", form_flag, nullptr, &mft_entries_ctx::m_copy_raw},
+    {L"-skip_sparse_clusters", form_flag, nullptr, &mft_entries_ctx::m_skip_sparse},
     {L"-regen_mft", form_flag, nullptr, &mft_entries_ctx::m_regen_mft, unbuilt},
     {L"-filter_deleted_files", form_flag, [](mft_entries_ctx& c, const wtext&, wlist&) {
        c.m_filter_deleted = c.m_and_logic = 1;
        return true;
      }},
-    {L"-use_orig_ext", form_flag, nullptr, &mft_entries_ctx::m_use_orig_ext, unbuilt},
-    {L"-action_copy_files", form_value, copy_files_option, nullptr, unbuilt},
+    {L"-use_orig_ext", form_flag, nullptr, &mft_entries_ctx::m_use_orig_ext},
+    {L"-action_copy_files", form_value, copy_files_option},
     {L"-filter_start_time", form_value, [](mft_entries_ctx& c, const wtext& v, wlist&) {
        uint64_t start = read_filter_time(v, "00:00:00");
        if (start) c.m_filter_start_time = start;
@@ -344,16 +344,14 @@ const walk_option k_walk_options[] = {
        c.m_include_header = 1;
        c.m_header_size = 32;
        return true;
-     },
-     nullptr, unbuilt},
+     }},
     {L"-action_find_strings_in_hdr", form_flag,
      [](mft_entries_ctx& c, const wtext&, wlist&) {
        c.m_metadata_only = 0;
        c.m_include_header = c.m_header_strings = 1;
        c.m_header_size = 256;
        return true;
-     },
-     nullptr, unbuilt},
+     }},
     {L"-action_include_clusterinfo", form_flag, [](mft_entries_ctx& c, const wtext&, wlist&) {
        c.m_metadata_only = 0;
        c.m_include_clusterinfo = 1;
@@ -465,8 +463,7 @@ const walk_option k_walk_options[] = {
      [](mft_entries_ctx& c, const wtext&, wlist&) {
        c.m_include_header = 1;
        return true;
-     },
-     nullptr, unbuilt},
+     }},
     {L"-jp", form_flag, nullptr, &mft_entries_ctx::m_jp},
     {L"-lnk", form_flag, nullptr, &mft_entries_ctx::m_lnk},
 };
@@ -542,7 +539,6 @@ int parse_walk_options(mft_entries_ctx& ctx, const std::vector<std::string>& arg
                            std::make_pair("-sha256", &mft_entries_ctx::m_hash_sha256)}) {
     if (!find_flag(std::string(hash.first), list, false)) continue;
     ctx.*hash.second = 1;
-    note_unbuilt(ctx, hash.first);
   }
 
   {

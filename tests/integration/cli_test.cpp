@@ -100,8 +100,8 @@ TEST(Cli, OptionsNotBuiltStopTheRun) {
   ASSERT_FALSE(mft.empty());
   struct refusal { const char *options, *named; } const cases[] = {
       {"-bodyfile", "-bodyfile"},         {"-csv -csvl2t", "-csvl2t"},       {"-hashfile md5", "-hashfile"},
-      {"-csv -md5", "-md5"},              {"-filter_file '\\a.txt'", "-filter_file"},
-      {"-action_include_header", "-action_include_header"},                 {"-find_mft 5", "-find_mft"},
+      {"-filepath_only", "-filepath_only"}, {"-filter_file '\\a.txt'", "-filter_file"},
+      {"-action_include_ownersid", "-action_include_ownersid"},             {"-find_mft 5", "-find_mft"},
   };
   for (const refusal& c : cases) {
     SCOPED_TRACE(c.options);

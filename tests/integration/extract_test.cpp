@@ -1,0 +1,133 @@
+// Copies of file content made by -action_copy_files, and the digest and header columns, through
+// the binary on the committed volumes: every copy's bytes against what sleuthkit's icat read
+// (the md5 facts) and against md5sum/sha1sum/sha256sum of the same bytes.
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <set>
+
+#include "tests/integration/fixture_util.h"
+
+namespace {
+
+std::string digest_of(const std::string& tool, const std::string& file) {
+  return testutil::run_shell(tool + " " + fixtures::q(file)).out.substr(0, tool == "md5sum" ? 32 : tool == "sha1sum" ? 40 : 64);
+}
+
+struct copy_run {
+  std::string dir;
+  fixtures::results rows;
+  int status = -1;
+};
+
+// One extraction run; the rows are the per-path rows of the results file.
+copy_run extract(const std::string& tag, const std::string& source, const std::string& options) {
+  copy_run run;
+  run.dir = fixtures::scratch_dir(tag);
+  const std::string out = run.dir + "/rows.csv";
+  run.status = fixtures::run_brimlock(source + " -quiet -action_copy_files " + fixtures::q(run.dir + "/copies") + " " +
+                                      options + " -out " + fixtures::q(out)).status;
+  run.rows = fixtures::parse_results(testutil::read_text(out), ",");
+  return run;
+}
+
+// The copy named in the row of `name` (with ":stream" for a named stream), "" when none.
+std::string copy_of(const copy_run& run, const std::string& name) {
+  for (size_t i = 0; i < run.rows.rows.size(); ++i)
+    if (run.rows.cell(i, "name") == name && !run.rows.cell(i, "extracted file path").empty())
+      return run.rows.cell(i, "extracted file path");
+  return "";
+}
+
+std::string base_name(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+}  // namespace
+
+TEST(Extraction, CopiesMatchIcatAndAreNamedByStampAndDigest) {
+  const std::string image = fixtures::path("feature.img");
+  ASSERT_FALSE(image.empty());
+  const fixtures::facts f = fixtures::load_facts("feature.facts.tsv");
+  const copy_run run = extract("extract-all", "-image " + fixtures::q(image), "-all");
+  ASSERT_EQ(run.status, 0);
+  const std::regex form(".*/copies/valid/catchall/[0-9]{4}_[0-9]{2}_[0-9]{2}_[0-9]{4}_[0-9]{2}_[0-9]{3}_"
+                        "([0-9a-f]{32})_[^/]+\\.bin$");
+  for (const fixtures::fact_md5& m : f.md5s) {
+    std::string name = base_name(m.path);
+    const size_t colon = name.find(':');
+    const std::string copy = copy_of(run, name);
+    ASSERT_FALSE(copy.empty()) << m.path;
+    std::smatch parts;
+    ASSERT_TRUE(std::regex_match(copy, parts, form)) << copy;
+    EXPECT_EQ(parts[1].str(), m.md5) << m.path;                // the digest in the name
+    EXPECT_EQ(digest_of("md5sum", copy), m.md5) << m.path;    // and of the bytes written
+    if (colon != std::string::npos) {
+      EXPECT_NE(copy.find("." + name.substr(colon + 1) + "_ads.bin"), std::string::npos) << copy;
+    }
+  }
+  // Hard links: one copy of the record's stream, named by its first name, in the rows of both.
+  EXPECT_EQ(copy_of(run, "report-copy.txt"), copy_of(run, "report.txt"));
+  // Directories and empty files: a row without a copy.
+  for (const char* none : {"docs", "empty.bin"}) EXPECT_EQ(copy_of(run, none), "") << none;
+  // Nothing but the copies: no temporary file left behind.
+  EXPECT_EQ(testutil::run_shell("find " + fixtures::q(run.dir + "/copies") + " -name '*__temp__*'").out, "");
+}
+
+TEST(Extraction, OptionsSourcesAndFilterDirectories) {
+  const std::string image = fixtures::path("feature.img"), mft = fixtures::path("feature.mft");
+  ASSERT_FALSE(image.empty());
+  const std::string on_image = "-image " + fixtures::q(image);
+  // An extracted $MFT gives resident content only.
+  copy_run run = extract("extract-mft", "-mftfile " + fixtures::q(mft), "");
+  EXPECT_EQ(digest_of("md5sum", copy_of(run, "readme.txt")), "bbc77d4ba20e2e4f12ae8519fc0b9a3f");
+  EXPECT_EQ(copy_of(run, "big.bin"), "");
+  // Sparse ranges left out: only the allocated clusters, as icat -h gives them.
+  run = extract("extract-skip", on_image, "-skip_sparse_clusters -filter_name sparse");
+  EXPECT_EQ(digest_of("md5sum", copy_of(run, "sparse.bin")), "df7681360e7398b48efdf1c4b58c2e6b");
+  EXPECT_NE(copy_of(run, "sparse.bin").find("/valid/sparse/"), std::string::npos) << copy_of(run, "sparse.bin");
+  // -raw adds the slack to the allocation: 300000 bytes in 4096-byte clusters.
+  run = extract("extract-raw", on_image, "-raw -use_orig_ext -filter_inode 94");
+  const std::string raw = copy_of(run, "big.bin");
+  EXPECT_NE(raw.find("/valid/inodes/"), std::string::npos) << raw;
+  EXPECT_EQ(raw.substr(raw.size() - 8), "_big.bin");
+  EXPECT_EQ(testutil::run_shell("stat -c %s " + fixtures::q(raw)).out, "303104\n");
+  EXPECT_EQ(testutil::run_shell("head -c 300000 " + fixtures::q(raw) + " | md5sum").out.substr(0, 32),
+            "1224042ab2f887844e4d4279c36424fe");
+  // Deleted records go under their own status directory.
+  run = extract("extract-deleted", on_image, "-filter_deleted_files -all");
+  bool deleted_copy = false;
+  for (size_t i = 0; i < run.rows.rows.size(); ++i) {
+    const std::string copy = run.rows.cell(i, "extracted file path");
+    EXPECT_TRUE(copy.empty() || copy.find("/copies/deleted-mft/") != std::string::npos) << copy;
+    deleted_copy = deleted_copy || !copy.empty();
+  }
+  EXPECT_TRUE(deleted_copy);
+}
+
+TEST(Extraction, DigestAndHeaderColumnsOfTheDefaultRows) {
+  const std::string image = fixtures::path("feature.img");
+  ASSERT_FALSE(image.empty());
+  const std::string dir = fixtures::scratch_dir("digest-columns"), out = dir + "/rows.csv";
+  // Reference bytes of big.bin: its icat-checked copy.
+  const copy_run copied = extract("digest-reference", "-image " + fixtures::q(image), "-filter_inode 94");
+  const std::string reference = copy_of(copied, "big.bin");
+  ASSERT_EQ(digest_of("md5sum", reference), "1224042ab2f887844e4d4279c36424fe");
+
+  ASSERT_EQ(fixtures::run_brimlock("-image " + fixtures::q(image) + " -quiet -csv -md5 -sha1 -sha256 "
+                                   "-action_include_header -filter_inode 94 -out " + fixtures::q(out)).status, 0);
+  const fixtures::results rows = fixtures::parse_results(testutil::read_text(out), ",");
+  ASSERT_FALSE(rows.rows.empty());
+  const std::vector<std::string>& h = rows.header;
+  // Columns in order: the SHA-256 digest stands under a second "SHA1 hash" heading.
+  auto at = [&](size_t i) { return rows.rows[0][i]; };
+  size_t md5 = std::find(h.begin(), h.end(), "MD5 hash") - h.begin();
+  ASSERT_LT(md5 + 2, h.size());
+  EXPECT_EQ(h[md5 + 1], "SHA1 hash");
+  EXPECT_EQ(h[md5 + 2], "SHA1 hash");
+  EXPECT_EQ(at(md5), digest_of("md5sum", reference));
+  EXPECT_EQ(at(md5 + 1), digest_of("sha1sum", reference));
+  EXPECT_EQ(at(md5 + 2), digest_of("sha256sum", reference));
+  // The first 32 bytes as hex, as the copy holds them.
+  const std::string head = testutil::run_shell("head -c 32 " + fixtures::q(reference) +
+                                               " | od -An -tx1 -v | tr -s ' \\n' ' ' | sed 's/^ //;s/ $//'").out;
+  EXPECT_EQ(rows.cell(0, "header info"), head);
+}
