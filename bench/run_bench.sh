@@ -10,7 +10,11 @@
 # 1. An extracted $MFT of RECORDS records, cloned from the feature fixture's $MFT
 #    (bench/synth_mft.py): default format and -csv, both written to a file, next to `cat` of the
 #    same $MFT.
-# 2. A volume image with many files, made once with mkntfs and ntfs-3g (needs root and FUSE;
+# 2. A file of $BENCH_DIGEST_MIB (default 512) MiB of pseudo-random bytes, made once: the MD5,
+#    SHA-1 and SHA-256 speed of bench_digest_speed (built next to BRIMLOCK with
+#    -DBRIMLOCK_BENCH=ON; skipped otherwise) next to md5sum, sha1sum and sha256sum, all reading
+#    the file from the page cache.
+# 3. A volume image with many files, made once with mkntfs and ntfs-3g (needs root and FUSE;
 #    skipped otherwise): `brimlock -image X -csv` next to `fls -r -m / X` (sleuthkit), when fls
 #    is installed.
 set -euo pipefail
@@ -27,6 +31,7 @@ fi
 RECORDS="${2:-1000000}"
 CACHE="${BENCH_CACHE:-/work/bench-cache}"
 IMAGE_FILES="${BENCH_IMAGE_FILES:-200000}"
+DIGEST_MIB="${BENCH_DIGEST_MIB:-512}"
 mkdir -p "$CACHE"
 OUT="$(mktemp -d /tmp/brimlock-bench.XXXXXX)"
 trap 'rm -rf "$OUT"' EXIT
@@ -78,7 +83,32 @@ for fmt in default csv; do
 done
 echo
 
-# --- 2. volume image with many files ---------------------------------------------------------
+# --- 2. digests of a file in the page cache --------------------------------------------------
+DIGEST_BIN="$(dirname "$BIN")/bench/bench_digest_speed"
+DIGEST_FILE="$CACHE/random-$DIGEST_MIB-mib.bin"
+if [ ! -x "$DIGEST_BIN" ]; then
+  echo "digest case skipped: $DIGEST_BIN is not built (configure with -DBRIMLOCK_BENCH=ON)"
+else
+  if [ ! -f "$DIGEST_FILE" ]; then
+    head -c $(( DIGEST_MIB * 1048576 )) /dev/urandom >"$DIGEST_FILE.tmp"
+    mv "$DIGEST_FILE.tmp" "$DIGEST_FILE"
+  fi
+  DIGEST_BYTES=$(stat -c %s "$DIGEST_FILE")
+  echo "digests: $(mib "$DIGEST_BYTES") MiB of pseudo-random bytes ($DIGEST_FILE)"
+  cat "$DIGEST_FILE" >/dev/null
+  "$DIGEST_BIN" "$DIGEST_FILE" >"$OUT/digests.txt"
+  printf '%-8s %16s %16s %-10s %s\n' digest brimlock coreutils "" "time brimlock/coreutils"
+  while read -r name speed _ seconds _ hex; do
+    measure sh -c "${name}sum '$DIGEST_FILE' > '$OUT/sum.txt'"
+    theirs=$(awk -v n="$DIGEST_BYTES" -v s="$WALL" 'BEGIN { if (s <= 0) s = 0.001; printf "%.1f", n / 1048576 / s }')
+    ratio=$(awk -v a="$seconds" -v b="$WALL" 'BEGIN { if (b <= 0) b = 0.001; printf "%.2f", a / b }')
+    same=$([ "$(cut -d' ' -f1 "$OUT/sum.txt")" = "$hex" ] && echo "" || echo "  DIGESTS DIFFER")
+    printf '%-8s %10s MiB/s %10s MiB/s %-10s %6s%s\n' "$name" "$speed" "$theirs" "${name}sum" "$ratio" "$same"
+  done <"$OUT/digests.txt"
+fi
+echo
+
+# --- 3. volume image with many files ---------------------------------------------------------
 IMG="$CACHE/many-$IMAGE_FILES.img"
 if [ ! -f "$IMG" ]; then
   if [ "$(id -u)" != 0 ] || ! command -v mkntfs >/dev/null || ! command -v ntfs-3g >/dev/null || [ ! -e /dev/fuse ]; then

@@ -7,6 +7,7 @@
 #include "analysis/orv_paths.h"
 #include "analysis/orv_scan_state.h"
 #include "analysis/orv_zone.h"
+#include "base/orv_digest.h"
 #include "base/orv_le.h"
 #include "base/orv_string.h"
 #include "results/result_row.h"
@@ -96,8 +97,7 @@ void extension_text(std::string& out, const std::wstring& name, bool is_director
 void append_digest(std::string& out, const uint8_t* bytes, size_t length) {
   bool any = false;
   for (size_t i = 0; i < length && !any; ++i) any = bytes[i] != 0;
-  if (!any) return;
-  for (size_t i = 0; i < length; ++i) append_hex(out, bytes[i], 2);
+  if (any) orv::append_hex(out, bytes, length);
 }
 
 void append_summary(std::string& out, const entry_record& entry, const mft_entries_ctx& ctx) {
