@@ -17,6 +17,8 @@
 # 3. A volume image with many files, made once with mkntfs and ntfs-3g (needs root and FUSE;
 #    skipped otherwise): `brimlock -image X -csv` next to `fls -r -m / X` (sleuthkit), when fls
 #    is installed.
+# 0. Expansion of compressed streams in memory (bench_lznt1_speed next to BRIMLOCK, built with
+#    -DBRIMLOCK_BENCH=ON; skipped with a note otherwise): MB/s of output.
 set -euo pipefail
 
 HERE="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
@@ -55,6 +57,11 @@ row() { # label wall rss records rows bytes
 
 echo "brimlock: $BIN"
 echo "cpu: $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ //'), $(nproc) cores"
+echo
+
+# --- 0. expansion of compressed streams --------------------------------------------------------
+SPEED="$(dirname "$BIN")/bench/bench_lznt1_speed"
+if [ -x "$SPEED" ]; then "$SPEED"; else echo "lznt1 expand: skipped, $SPEED not built (-DBRIMLOCK_BENCH=ON)"; fi
 echo
 
 # --- 1. synthesised $MFT ------------------------------------------------------------------

@@ -7,6 +7,7 @@
 #include "base/orv_le.h"
 #include "ntfs/ntfs.h"
 #include "ntfs/orv_filerec.h"
+#include "ntfs/orv_lznt1.h"
 
 namespace {
 
@@ -213,11 +214,44 @@ bool copy_plain(CNtfs& volume, const attrib_row& row, const data_run_list& runs,
   return true;
 }
 
-// Compressed attributes hold units of 16 clusters of LZNT1 chunks; this build copies the units
-// as they are stored.
-bool copy_compressed(CNtfs& volume, const attrib_row& row, const data_run_list& runs, uint64_t limit,
-                     std::ostream& out, const copy_options& options, uint64_t& total) {
-  return copy_plain(volume, row, runs, limit, 0, out, options, total);
+// A compressed attribute is stored in units of 16 clusters, each expanded on its own (LZNT1).
+// `wanted` counts stored bytes: every unit read takes its stored length off it, whatever it
+// expands to. The last unit is read to the end of the runs (`wanted` plus the extra bytes the
+// runs hold), so that its sparse tail shows and a chunk running past the data's end is whole.
+// A unit that fails to expand ends the copy with false; what was written stays.
+bool copy_compressed(CNtfs& volume, const data_run_list& runs, uint64_t wanted, std::ostream& out,
+                     const copy_options& options, uint64_t& total) {
+  uint64_t unit = 16 * volume.cluster_size();
+  uint64_t source = volume.m_disk ? volume.m_disk->size() : 0;
+  if (source && unit > source) unit = source;
+  if (unit == 0 || wanted == 0) return false;
+  const uint64_t run_bytes = list_bytes(runs, volume.cluster_size(), false);
+  const uint64_t extra = run_bytes > wanted ? run_bytes - wanted : 0;
+  std::vector<uint8_t> buf(static_cast<size_t>(unit));
+  std::vector<uint8_t> expanded;
+  uint64_t pos = 0, length = unit;
+  bool ok = false;
+  while (true) {
+    uint32_t flags = 0;
+    if (!read_stream(volume, runs, pos, buf.data(), length, flags) || length == 0) break;
+    expanded.clear();
+    size_t out_length = 0;
+    ok = decompress_unit(expanded, out_length, buf.data(), size_t(length), wanted, flags | LZNT1_SINK_BYTES);
+    // A unit of zeros with sparse clusters is a hole in the file: zeros, not the end of it.
+    if (ok && out_length == 0 && (flags & 0x2) &&
+        std::all_of(buf.begin(), buf.begin() + int64_t(length), [](uint8_t b) { return b == 0; })) {
+      out_length = size_t(std::min(wanted, length));
+      expanded.assign(out_length, 0);
+    }
+    if (!ok || out_length == 0) break;
+    if (!emit(out, options, expanded.data(), out_length)) return false;
+    total += out_length;
+    if (length >= wanted) break;
+    wanted -= length;
+    pos += length;
+    if (length > wanted) length = std::min(unit, wanted + extra);
+  }
+  return ok;
 }
 
 }  // namespace
@@ -247,7 +281,7 @@ bool copy_attrib_data(CNtfs* volume, const attrib_row& row, std::ostream& out, c
   data_run_list runs = options.m_skip_sparse && !compressed ? without_sparse(row.m_runs) : row.m_runs;
   uint64_t limit = std::min(list_bytes(runs, c, false), wanted);
   if (limit == 0) return false;
-  if (compressed) return copy_compressed(*volume, row, runs, limit, out, options, total);
+  if (compressed) return copy_compressed(*volume, runs, limit, out, options, total);
   uint64_t slack = options.m_append_slack && row.m_allocated_size > wanted ? row.m_allocated_size - wanted : 0;
   return copy_plain(*volume, row, runs, limit, slack, out, options, total);
 }

@@ -46,6 +46,7 @@ struct facts {
   std::vector<fact_name> names;
   std::vector<fact_path> paths;
   std::vector<fact_md5> md5s;
+  std::vector<fact_md5> damaged;  // md5 of what our copy gives before it stops with failure
   std::vector<fact_part> parts;
 
   std::vector<const fact_name*> names_of(uint64_t inode) const;

@@ -33,20 +33,32 @@ bool copy_address(CNtfs& volume, const std::string& address, const copy_options&
   return false;
 }
 
+// Every stream with an md5 fact copied and compared.
+void expect_md5s(CNtfs& volume, const std::vector<fixtures::fact_md5>& md5s) {
+  std::string content;
+  for (const fixtures::fact_md5& m : md5s) {
+    ASSERT_TRUE(copy_address(volume, m.address, copy_options(), content)) << m.path;
+    EXPECT_EQ(md5_of(content), m.md5) << m.path;
+  }
+}
+
+// The volume of fixture NAME.img and its facts; null when the image is missing.
+std::unique_ptr<CNtfs> open_fixture(const std::string& name, fixtures::facts& f) {
+  f = fixtures::load_facts(name + ".facts.tsv");
+  const std::string image = fixtures::path(name + ".img");
+  return image.empty() ? nullptr : open_volume_path(orv::to_wide(image), 0);
+}
+
 }  // namespace
 
 TEST(Streams, ContentMatchesIcat) {
-  std::string image = fixtures::path("feature.img");
-  ASSERT_FALSE(image.empty());
-  auto volume = open_volume_path(orv::to_wide(image), 0);
+  fixtures::facts f;
+  auto volume = open_fixture("feature", f);
   ASSERT_TRUE(volume);
-  fixtures::facts f = fixtures::load_facts("feature.facts.tsv");
+  const std::string image = fixtures::path("feature.img");
   ASSERT_GE(f.md5s.size(), 6u);  // resident, plain, big, sparse, fragmented, and a named stream
+  expect_md5s(*volume, f.md5s);
   std::string content;
-  for (const fixtures::fact_md5& m : f.md5s) {
-    ASSERT_TRUE(copy_address(*volume, m.address, copy_options(), content)) << m.path;
-    EXPECT_EQ(md5_of(content), m.md5) << m.path;
-  }
 
   // icat -h of sizes/sparse.bin: only the allocated clusters, 12288 bytes.
   copy_options skip, raw;
@@ -72,4 +84,30 @@ TEST(Streams, ContentMatchesIcat) {
   // A non-resident named stream of 9000 bytes (streams/data.txt:bigstream).
   ASSERT_TRUE(copy_address(*volume, "84-128-5", copy_options(), content));
   EXPECT_EQ(md5_of(content), "a847955af1782cd3d5de825e92af0040");
+}
+
+// Compressed streams (icat expands them), a unit damaged on purpose, and -raw: the stored clusters.
+TEST(Streams, CompressedMatchIcat) {
+  fixtures::facts f;
+  auto volume = open_fixture("compress", f);
+  ASSERT_TRUE(volume);
+  ASSERT_GE(f.md5s.size(), 9u);
+  ASSERT_EQ(f.damaged.size(), 1u);
+  expect_md5s(*volume, f.md5s);
+  std::string content;
+  EXPECT_FALSE(copy_address(*volume, f.damaged[0].address, copy_options(), content));
+  EXPECT_EQ(md5_of(content), f.damaged[0].md5);
+
+  copy_options raw;
+  raw.m_raw = raw.m_skip_sparse = true;
+  std::vector<attrib_row> rows;
+  ASSERT_EQ(f.md5s[0].path, "packed/text.txt");
+  ASSERT_TRUE(list_attribs(*volume, std::stoull(f.md5s[0].address), rows, true));
+  std::string disk, all = testutil::read_text(fixtures::path("compress.img"));
+  for (const attrib_row& row : rows)
+    for (const run_entry& r : row.m_type == 0x80 ? row.m_runs : data_run_list())
+      if (!r.m_is_sparse) disk += all.substr(r.m_lcn * volume->cluster_size(), r.m_count * volume->cluster_size());
+  ASSERT_TRUE(copy_address(*volume, f.md5s[0].address, raw, content));
+  EXPECT_EQ(content.size(), 7 * volume->cluster_size());
+  EXPECT_EQ(content, disk);
 }

@@ -6,6 +6,7 @@
 
 #include "ntfs/ntfs.h"
 #include "ntfs/orv_stream.h"
+#include "tests/ntfs/lznt1_writer.h"
 #include "tests/ntfs/orv_test_volume.h"
 
 using testvol::bytes;
@@ -143,4 +144,52 @@ TEST_F(CopyAttrib, SizesAndRefusals) {
   uint64_t total = 0;
   EXPECT_TRUE(copy_attrib_data(m_vol.get(), resident, out, copy_options(), total));
   EXPECT_EQ(out.str(), std::string("\x01\x02\x03\x04\x05"));
+}
+
+// A compressed stream of four units: LZNT1 chunks in 2 clusters and a sparse tail, 16 clusters
+// stored as they are, a hole, and a last unit of 5000 bytes compressed into one cluster.
+TEST(CopyCompressed, UnitsByTheirSparseTails) {
+  bytes text0(65536), text2(5000), plain(16 * C);
+  for (size_t i = 0; i < text0.size(); ++i) text0[i] = uint8_t("compressed stream "[i % 18] + (i / 4000) % 3);
+  for (size_t i = 0; i < text2.size(); ++i) text2[i] = uint8_t("tail "[i % 5]);
+  for (size_t i = 0; i < plain.size(); ++i) plain[i] = uint8_t(i * 131 + i / 256);
+  bytes unit0 = lznt1w::unit(text0.data(), text0.size(), 2 * C), unit2 = lznt1w::unit(text2.data(), 5000, C);
+  ASSERT_EQ(unit0.size(), 2 * C);
+  bytes img(80 * C);
+  std::copy(unit0.begin(), unit0.end(), img.begin() + 10 * C);
+  std::copy(plain.begin(), plain.end(), img.begin() + 30 * C);
+  std::copy(unit2.begin(), unit2.end(), img.begin() + 50 * C);
+  attrib_row row;
+  row.m_type = 0x80;
+  row.m_flags = 1;
+  row.m_non_resident = true;
+  row.m_compression_unit = 4;
+  row.m_runs = {run(10, 0, 2), run(0, 2, 14, true), run(30, 16, 16), run(0, 32, 16, true), run(50, 48, 1),
+                run(0, 49, 15, true)};
+  row.m_allocated_size = 64 * C;
+  row.m_real_size = row.m_valid_size = 3 * 16 * C + 5000;
+  row.m_compressed_size = 19 * C;
+  auto copy = [&](const bytes& image, bool& ok) {
+    testvol::image_file file(image);
+    std::ostringstream out;
+    uint64_t total = 0;
+    ok = copy_attrib_data(file.raw(C).get(), row, out, copy_options(), total);
+    const std::string got = out.str();
+    EXPECT_EQ(total, got.size());
+    return bytes(got.begin(), got.end());
+  };
+  bool ok = false;
+  bytes expected = text0;
+  expected.insert(expected.end(), plain.begin(), plain.end());
+  expected.resize(3 * 16 * C);
+  expected.insert(expected.end(), text2.begin(), text2.end());
+  EXPECT_EQ(copy(img, ok), expected);
+  EXPECT_TRUE(ok);
+  // The last unit damaged (a reference before its output's start): its empty tail says it was
+  // compressed, so the copy ends with the units before it.
+  img[50 * C + 2] = 0x01;
+  img[50 * C + 3] = img[50 * C + 4] = 0;
+  expected.resize(3 * 16 * C);
+  EXPECT_EQ(copy(img, ok), expected);
+  EXPECT_FALSE(ok);
 }
