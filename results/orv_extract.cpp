@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <set>
@@ -205,7 +206,11 @@ bool extract_attribute(entry_record& entry, const mft_entries_ctx& ctx, const sc
   if (!attribute.m_name.empty()) tail += L"." + attribute.m_name;
   if (attribute.m_label != "unnamed data" && !attribute.m_label.empty()) tail += L"_" + orv::to_wide(attribute.m_label);
   if (!ctx.m_use_orig_ext) tail += L".bin";
-  const std::wstring name = path_component(fit_component(head, path_component(copy_source_name(entry)), tail));
+  std::wstring name = path_component(fit_component(head, path_component(copy_source_name(entry)), tail));
+  // The row names the copy with the separator character replaced: the copy carries the same name,
+  // so the path in the row is the path on disk.
+  if (ctx.m_replace_char && !ctx.m_quoted_fields)
+    std::replace(name.begin(), name.end(), wchar_t(ctx.m_replace_char), wchar_t(ctx.m_replace_with));
   const std::wstring path = target + L"/" + name;
 
   // The same name means the same content at the same time: a copy already there is this copy.

@@ -44,32 +44,50 @@ std::string base_name(const std::string& path) { return path.substr(path.rfind('
 }  // namespace
 
 TEST(Extraction, CopiesMatchIcatAndAreNamedByStampAndDigest) {
-  const std::string image = fixtures::path("feature.img");
-  ASSERT_FALSE(image.empty());
-  const fixtures::facts f = fixtures::load_facts("feature.facts.tsv");
-  const copy_run run = extract("extract-all", "-image " + fixtures::q(image), "-all");
-  ASSERT_EQ(run.status, 0);
   const std::regex form(".*/copies/valid/catchall/[0-9]{4}_[0-9]{2}_[0-9]{2}_[0-9]{4}_[0-9]{2}_[0-9]{3}_"
                         "([0-9a-f]{32})_[^/]+\\.bin$");
-  for (const fixtures::fact_md5& m : f.md5s) {
-    std::string name = base_name(m.path);
-    const size_t colon = name.find(':');
-    const std::string copy = copy_of(run, name);
-    ASSERT_FALSE(copy.empty()) << m.path;
-    std::smatch parts;
-    ASSERT_TRUE(std::regex_match(copy, parts, form)) << copy;
-    EXPECT_EQ(parts[1].str(), m.md5) << m.path;                // the digest in the name
-    EXPECT_EQ(digest_of("md5sum", copy), m.md5) << m.path;    // and of the bytes written
-    if (colon != std::string::npos) {
-      EXPECT_NE(copy.find("." + name.substr(colon + 1) + "_ads.bin"), std::string::npos) << copy;
+  // Plain, sparse, fragmented, resident and named streams; NTFS-compressed ones (text, random
+  // data, zeros, a hole, many units, a named stream).
+  for (const char* volume : {"feature", "compress"}) {
+    SCOPED_TRACE(volume);
+    const std::string image = fixtures::path(std::string(volume) + ".img");
+    ASSERT_FALSE(image.empty());
+    const fixtures::facts f = fixtures::load_facts(std::string(volume) + ".facts.tsv");
+    const copy_run run = extract(std::string("extract-") + volume, "-image " + fixtures::q(image), "-all");
+    ASSERT_EQ(run.status, 0);
+    for (const fixtures::fact_md5& m : f.md5s) {
+      std::string name = base_name(m.path);
+      const size_t colon = name.find(':');
+      const std::string copy = copy_of(run, name);
+      ASSERT_FALSE(copy.empty()) << m.path;
+      std::smatch parts;
+      ASSERT_TRUE(std::regex_match(copy, parts, form)) << copy;
+      EXPECT_EQ(parts[1].str(), m.md5) << m.path;                // the digest in the name
+      EXPECT_EQ(digest_of("md5sum", copy), m.md5) << m.path;    // and of the bytes written
+      if (colon != std::string::npos)
+        EXPECT_NE(copy.find("." + name.substr(colon + 1) + "_ads.bin"), std::string::npos) << copy;
+    }
+    // Nothing but the copies: no temporary file left behind.
+    EXPECT_EQ(testutil::run_shell("find " + fixtures::q(run.dir + "/copies") + " -name '*__temp__*'").out, "");
+    if (std::string(volume) == "feature") {
+      // Hard links: one copy of the record's stream, named by its first name, in the rows of both.
+      EXPECT_EQ(copy_of(run, "report-copy.txt"), copy_of(run, "report.txt"));
+      // Directories and empty files: a row without a copy.
+      for (const char* none : {"docs", "empty.bin"}) EXPECT_EQ(copy_of(run, none), "") << none;
+    } else {
+      // A unit that cannot be expanded ends the copy: no copy, an empty cell.
+      EXPECT_EQ(copy_of(run, "damaged.txt"), "");
+      // Names that hold '/', a control character or are ".." stay one component of the copy's
+      // path; the rows keep them as the volume has them.
+      const std::pair<const char*, const char*> names[] = {
+          {"sl/ash.txt", "_sl_ash.txt.bin"}, {"ctl\x01name.txt", "_ctl_name.txt.bin"}, {"..", "___.bin"}};
+      for (const auto& n : names) {
+        const std::string copy = copy_of(run, n.first);
+        EXPECT_EQ(copy.substr(copy.size() - std::string(n.second).size()), n.second) << copy;
+        EXPECT_EQ(copy.find("/copies/valid/catchall/"), copy.rfind('/') - 22) << copy;
+      }
     }
   }
-  // Hard links: one copy of the record's stream, named by its first name, in the rows of both.
-  EXPECT_EQ(copy_of(run, "report-copy.txt"), copy_of(run, "report.txt"));
-  // Directories and empty files: a row without a copy.
-  for (const char* none : {"docs", "empty.bin"}) EXPECT_EQ(copy_of(run, none), "") << none;
-  // Nothing but the copies: no temporary file left behind.
-  EXPECT_EQ(testutil::run_shell("find " + fixtures::q(run.dir + "/copies") + " -name '*__temp__*'").out, "");
 }
 
 TEST(Extraction, OptionsSourcesAndFilterDirectories) {
