@@ -252,18 +252,19 @@ size_t extract_record(entry_record& entry, const mft_entries_ctx& ctx, const sca
   return taken;
 }
 
-void hash_unnamed_data(entry_record& entry, const mft_entries_ctx& ctx, const scan_state& scan) {
+const attrib_item* hash_unnamed_data(entry_record& entry, const mft_entries_ctx& ctx, const scan_state& scan) {
   digest_request digests;
   digests.m_md5 = ctx.m_hash_md5 != 0;
   digests.m_sha1 = ctx.m_hash_sha1 != 0;
   digests.m_sha256 = ctx.m_hash_sha256 != 0;
-  if (!digests.any()) return;
+  if (!digests.any()) return nullptr;
   for (const auto& kv : entry.m_attribs) {
     const attrib_item& item = kv.second;
     if (!item.m_is_data || !item.m_name.empty() || item.m_label != "unnamed data" || item.type() != 0x80) continue;
     uni::null_streambuf nothing;
     std::ostream out(&nothing);
     read_stream_to(out, entry, ctx, scan, item, digests);
-    return;  // once per record
+    return &item;  // once per record
   }
+  return nullptr;
 }

@@ -38,8 +38,9 @@ bool extract_attribute(entry_record& entry, const mft_entries_ctx& ctx, const sc
 size_t extract_record(entry_record& entry, const mft_entries_ctx& ctx, const scan_state& scan,
                       const std::function<void(const attrib_item&, const std::wstring&)>& copied);
 
-// The digests the options ask for, of the record's unnamed data stream, into the entry.
-void hash_unnamed_data(entry_record& entry, const mft_entries_ctx& ctx, const scan_state& scan);
+// The digests the options ask for, of the record's unnamed data stream, into the entry. Gives
+// that stream (its digests cleared when the read failed), or null when the record has none.
+const attrib_item* hash_unnamed_data(entry_record& entry, const mft_entries_ctx& ctx, const scan_state& scan);
 
 // The record's name that names its copies: its only name, or the first in sorted order that is
 // not a DOS name alone (namespace 0 or odd) and sits in the record itself.

@@ -18,6 +18,7 @@
 #include "base/orv_version.h"
 #include "ntfs/ntfs.h"
 #include "results/orv_default_results.h"
+#include "results/orv_hash_rows.h"
 #include "results/orv_path_rows.h"
 #include "run/mft_entries_ctx.h"
 #include "run/orv_instances.h"
@@ -175,8 +176,12 @@ void run_scans(const mft_entries_ctx& c, results_stream& out) {
   scan_state_for(scan, c);
   default_writer writer(c, out);
   path_writer paths(c, out);
-  // -csvperpath, set also by -action_copy_files, takes the per-path rows; all else the default.
-  const record_sink sink = c.m_csvperpath ? path_rows_sink(paths) : default_rows_sink(writer);
+  hash_writer hashes(c, out);
+  // -hashfile takes the hash rows; -csvperpath, set also by -action_copy_files, the per-path rows;
+  // all else the default.
+  const record_sink sink = c.m_hash_list_format ? hash_rows_sink(hashes)
+                           : c.m_csvperpath     ? path_rows_sink(paths)
+                                                : default_rows_sink(writer);
   if (!ensure_source_open(c, scan)) return say_problem(scan);
   say_shortfall(scan);
   if (only_inode_filters(c)) {

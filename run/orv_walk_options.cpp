@@ -533,7 +533,6 @@ int parse_walk_options(mft_entries_ctx& ctx, const std::vector<std::string>& arg
   for (const std::wstring& w : wide) list.push_back(narrow(w));
 
   apply_hashfile(ctx, list);
-  if (ctx.m_hash_list_format) note_unbuilt(ctx, "-hashfile");
   for (const auto& hash : {std::make_pair("-md5", &mft_entries_ctx::m_hash_md5),
                            std::make_pair("-sha1", &mft_entries_ctx::m_hash_sha1),
                            std::make_pair("-sha256", &mft_entries_ctx::m_hash_sha256)}) {

@@ -99,7 +99,7 @@ TEST(Cli, OptionsNotBuiltStopTheRun) {
   std::string mft = fixtures::path("feature.mft");
   ASSERT_FALSE(mft.empty());
   struct refusal { const char *options, *named; } const cases[] = {
-      {"-bodyfile", "-bodyfile"},         {"-csv -csvl2t", "-csvl2t"},       {"-hashfile md5", "-hashfile"},
+      {"-bodyfile", "-bodyfile"},         {"-csv -csvl2t", "-csvl2t"},       {"-regen_mft", "-regen_mft"},
       {"-filepath_only", "-filepath_only"}, {"-filter_file '\\a.txt'", "-filter_file"},
       {"-action_include_ownersid", "-action_include_ownersid"},             {"-find_mft 5", "-find_mft"},
   };

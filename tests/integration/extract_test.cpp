@@ -64,8 +64,9 @@ TEST(Extraction, CopiesMatchIcatAndAreNamedByStampAndDigest) {
       ASSERT_TRUE(std::regex_match(copy, parts, form)) << copy;
       EXPECT_EQ(parts[1].str(), m.md5) << m.path;                // the digest in the name
       EXPECT_EQ(digest_of("md5sum", copy), m.md5) << m.path;    // and of the bytes written
-      if (colon != std::string::npos)
+      if (colon != std::string::npos) {
         EXPECT_NE(copy.find("." + name.substr(colon + 1) + "_ads.bin"), std::string::npos) << copy;
+      }
     }
     // Nothing but the copies: no temporary file left behind.
     EXPECT_EQ(testutil::run_shell("find " + fixtures::q(run.dir + "/copies") + " -name '*__temp__*'").out, "");
@@ -148,4 +149,37 @@ TEST(Extraction, DigestAndHeaderColumnsOfTheDefaultRows) {
   const std::string head = testutil::run_shell("head -c 32 " + fixtures::q(reference) +
                                                " | od -An -tx1 -v | tr -s ' \\n' ' ' | sed 's/^ //;s/ $//'").out;
   EXPECT_EQ(rows.cell(0, "header info"), head);
+}
+
+// -hashfile on compressed content: every digest of the list against the tools of coreutils, run
+// on the copies made in the same run (whose MD5 sleuthkit vouches for through the facts).
+TEST(Extraction, HashListMatchesCoreutils) {
+  const std::string image = fixtures::path("compress.img");
+  ASSERT_FALSE(image.empty());
+  const fixtures::facts f = fixtures::load_facts("compress.facts.tsv");
+  const std::string dir = fixtures::scratch_dir("hash-list"), out = dir + "/hashes.txt";
+  ASSERT_EQ(fixtures::run_brimlock("-image " + fixtures::q(image) + " -quiet -hashfile \"md5 | sha1 | sha256\" "
+                                   "-action_copy_files " + fixtures::q(dir + "/copies") + " -out " + fixtures::q(out))
+                .status, 0);
+  // The copies' rows are comma separated, and so is the list that goes with them.
+  const fixtures::results rows = fixtures::parse_results(testutil::read_text(out), ",");
+  ASSERT_GE(rows.header.size(), 21u);
+  EXPECT_EQ(rows.header[0] + "," + rows.header[1] + "," + rows.header[2], "md5 hash,sha1 hash,sha256 hash");
+  EXPECT_EQ(rows.header[20], "time-utc");  // the FN "mftdate" pair closes the times
+  std::set<std::string> listed;
+  for (size_t i = 0; i < rows.rows.size(); ++i) {
+    const std::string md5 = rows.cell(i, "md5 hash");
+    if (md5.empty()) continue;
+    listed.insert(md5);
+    const std::string copy =
+        testutil::run_shell("find " + fixtures::q(dir + "/copies") + " -name '*_" + md5 + "_*' | head -1").out;
+    ASSERT_FALSE(copy.empty()) << md5;
+    const std::string file = copy.substr(0, copy.size() - 1);
+    EXPECT_EQ(digest_of("sha1sum", file), rows.cell(i, "sha1 hash")) << file;
+    EXPECT_EQ(digest_of("sha256sum", file), rows.cell(i, "sha256 hash")) << file;
+  }
+  for (const fixtures::fact_md5& m : f.md5s)
+    if (m.path.find(':') == std::string::npos) {
+      EXPECT_TRUE(listed.count(m.md5)) << m.path;
+    }
 }
