@@ -17,6 +17,13 @@ bool lznt1_chunk(const uint8_t* in, size_t in_length, uint8_t* out, size_t& out_
   size_t bound = 16;
   while (i < in_length && o < capacity) {
     unsigned flag = in[i++];
+    // Eight literals in a row, with room on both sides: one copy.
+    if (flag == 0 && in_length - i >= 8 && capacity - o >= 8) {
+      std::memcpy(out + o, in + i, 8);
+      i += 8;
+      o += 8;
+      continue;
+    }
     for (int token = 0; token < 8 && i < in_length; ++token, flag >>= 1) {
       if (!(flag & 1)) {
         out[o++] = in[i++];
@@ -42,12 +49,17 @@ bool lznt1_chunk(const uint8_t* in, size_t in_length, uint8_t* out, size_t& out_
       const size_t end = std::min(o + length, capacity);
       uint8_t* dst = out + o;
       const uint8_t* src = dst - offset;
-      if (offset >= end - o) {
-        std::memcpy(dst, src, end - o);
+      const size_t count = end - o;
+      if (offset >= count) {
+        std::memcpy(dst, src, count);
       } else if (offset == 1) {
-        std::memset(dst, *src, end - o);
+        std::memset(dst, *src, count);
       } else {
-        for (size_t k = 0; k < end - o; ++k) dst[k] = src[k];  // overlapping: the copy repeats
+        // Overlapping: the copy repeats. Eight bytes at a time while the source stays behind.
+        size_t k = 0;
+        if (offset >= 8)
+          for (; k + 8 <= count; k += 8) std::memcpy(dst + k, src + k, 8);
+        for (; k < count; ++k) dst[k] = src[k];
       }
       o = end;
       if (o >= capacity) break;
