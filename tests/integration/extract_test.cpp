@@ -183,3 +183,12 @@ TEST(Extraction, HashListMatchesCoreutils) {
       EXPECT_TRUE(listed.count(m.md5)) << m.path;
     }
 }
+
+// A file compressed by Windows itself: /1.txt of the shared ramslack disk (skipped without it).
+TEST(Extraction, WindowsCompressedFileOfTheCorpus) {
+  if (fixtures::corpus_dir().empty()) GTEST_SKIP() << "no ../shared/corpus";
+  const std::string image = fixtures::image("corpus:ntfs-ramslack.raw");
+  ASSERT_FALSE(image.empty());
+  const copy_run run = extract("extract-corpus", "-image " + fixtures::q(image) + " -offset 0x10000", "-filter_inode 39");
+  EXPECT_EQ(digest_of("md5sum", copy_of(run, "1.txt")), "36f90669011e09f6f82dc12e5383a32e");  // icat, record 39
+}
