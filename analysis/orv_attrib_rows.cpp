@@ -1,5 +1,4 @@
-// The attributes of one record as rows, taken from its categorised entry, and the copy of the
-// unnamed data stream that rests on them.
+// The attributes of one record as rows, taken from its categorised entry.
 #include "analysis/orv_attrib_rows.h"
 
 #include <algorithm>
@@ -114,13 +113,4 @@ bool list_attribs(CNtfs& volume, uint64_t inode, std::vector<attrib_row>& rows, 
     rows.push_back(row_of_item(entry, item, kv.first, volume.record_size()));
   }
   return true;
-}
-
-bool read_unnamed_data(CNtfs& volume, uint64_t inode, std::ostream& out, const copy_options& options, uint64_t& total) {
-  total = 0;
-  std::vector<attrib_row> rows;
-  if (!list_attribs(volume, inode, rows, true)) return false;
-  for (const attrib_row& row : rows)
-    if (row.m_type == 0x80 && row.m_name.empty()) return copy_attrib_data(&volume, row, out, options, total);
-  return false;
 }

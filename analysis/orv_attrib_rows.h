@@ -18,6 +18,3 @@ attrib_row row_of_item(const entry_record& entry, const attrib_item& item, uint6
 // standard information and per file name, then every attribute in key order; without it only the
 // index root and index allocation rows. False when the record cannot be read.
 bool list_attribs(CNtfs& volume, uint64_t inode, std::vector<attrib_row>& rows, bool with_header_row);
-// Copies the unnamed data stream of record `inode` to `out`. False when it has none or the copy
-// fails.
-bool read_unnamed_data(CNtfs& volume, uint64_t inode, std::ostream& out, const copy_options& options, uint64_t& total);

@@ -14,11 +14,10 @@
 namespace {
 // A cluster past `from` whose whole bitmap byte is clear, so its neighbours are free too.
 uint64_t free_cluster(const std::string& image, uint64_t from) {
+  std::vector<uint8_t> bitmap;
   auto volume = open_volume_path(orv::to_wide(image), 0);
-  std::ostringstream bitmap;
-  uint64_t total = 0;
-  if (!volume || !read_unnamed_data(*volume, 6, bitmap, copy_options(), total)) return 0;
-  const std::string bits = bitmap.str();
+  if (!volume || !volume->read_cluster_bitmap(bitmap)) return 0;
+  const std::string bits(bitmap.begin(), bitmap.end());
   for (uint64_t byte = from / 8; byte < bits.size(); ++byte)
     if (bits[byte] == 0) return byte * 8 + 3;
   return 0;
