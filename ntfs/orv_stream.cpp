@@ -276,6 +276,7 @@ bool copy_attrib_data(CNtfs* volume, const attrib_row& row, std::ostream& out, c
   uint64_t c = volume->cluster_size();
   if (c == 0) return false;
   uint64_t wanted = options.m_raw ? row.m_allocated_size : std::max(row.m_real_size, row.m_valid_size);
+  if (options.m_max_bytes) wanted = std::min(wanted, options.m_max_bytes);
   if (options.m_log) log_line(*options.m_log, "info: data size 0x%llx", (unsigned long long)wanted);
   bool compressed = row.m_flags == 1 && row.m_compression_unit != 0 && !options.m_raw && row.m_compressed_size != 0;
   data_run_list runs = options.m_skip_sparse && !compressed ? without_sparse(row.m_runs) : row.m_runs;

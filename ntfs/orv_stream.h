@@ -56,6 +56,7 @@ struct copy_options {
   bool m_raw = false;          // allocated size, stored bytes, index blocks as on disk
   bool m_skip_sparse = false;  // holes are left out instead of written as zeros
   bool m_append_slack = false; // after the data, the rest of the allocation
+  uint64_t m_max_bytes = 0;    // non-resident streams: at most this many bytes of content; 0 all
   // Sees every byte written, in order (digests).
   void (*m_feed)(void* user, const uint8_t* bytes, size_t length) = nullptr;
   void* m_feed_user = nullptr;

@@ -145,10 +145,19 @@ TEST(Extraction, DigestAndHeaderColumnsOfTheDefaultRows) {
   EXPECT_EQ(at(md5), digest_of("md5sum", reference));
   EXPECT_EQ(at(md5 + 1), digest_of("sha1sum", reference));
   EXPECT_EQ(at(md5 + 2), digest_of("sha256sum", reference));
-  // The first 32 bytes as hex, as the copy holds them.
-  const std::string head = testutil::run_shell("head -c 32 " + fixtures::q(reference) +
-                                               " | od -An -tx1 -v | tr -s ' \\n' ' ' | sed 's/^ //;s/ $//'").out;
-  EXPECT_EQ(rows.cell(0, "header info"), head);
+  // The first 32 bytes as hex, as the copy holds them; for a compressed file, as they expand.
+  auto head_of = [](const std::string& file) {
+    return testutil::run_shell("head -c 32 " + fixtures::q(file) +
+                               " | od -An -tx1 -v | tr -s ' \\n' ' ' | sed 's/^ //;s/ $//'").out;
+  };
+  EXPECT_EQ(rows.cell(0, "header info"), head_of(reference));
+  const std::string packed = fixtures::path("compress.img");
+  const copy_run text = extract("header-compressed", "-image " + fixtures::q(packed), "-filter_inode 66");
+  ASSERT_EQ(fixtures::run_brimlock("-image " + fixtures::q(packed) + " -quiet -csv -action_include_header "
+                                   "-filter_inode 66 -out " + fixtures::q(out)).status, 0);
+  const fixtures::results compressed = fixtures::parse_results(testutil::read_text(out), ",");
+  ASSERT_FALSE(compressed.rows.empty());
+  EXPECT_EQ(compressed.cell(0, "header info"), head_of(copy_of(text, "text.txt")));
 }
 
 // -hashfile on compressed content: every digest of the list against the tools of coreutils, run
