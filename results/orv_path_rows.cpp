@@ -107,19 +107,22 @@ std::string name_extension(const std::wstring& name) {
 
 // The summary of the data attributes, with the digests of the stream last read.
 std::string summary_text(const entry_record& entry, const mft_entries_ctx& ctx) {
+  struct digest_item {
+    bool m_has;
+    const char* m_label;
+    const uint8_t* m_bytes;
+    size_t m_length;
+  } const digests[] = {{entry.m_has_md5, "md5_hash: ", entry.m_md5.data(), entry.m_md5.size()},
+                       {entry.m_has_sha1, "sha1_hash: ", entry.m_sha1.data(), entry.m_sha1.size()},
+                       {entry.m_has_sha256, "sha256_hash: ", entry.m_sha256.data(), entry.m_sha256.size()}};
   std::string out;
   append_summary(out, entry, ctx);
-  const std::pair<bool, std::pair<const char*, std::pair<const uint8_t*, size_t>>> digests[] = {
-      {entry.m_has_md5, {"md5_hash: ", {entry.m_md5.data(), entry.m_md5.size()}}},
-      {entry.m_has_sha1, {"sha1_hash: ", {entry.m_sha1.data(), entry.m_sha1.size()}}},
-      {entry.m_has_sha256, {"sha256_hash: ", {entry.m_sha256.data(), entry.m_sha256.size()}}}};
-  for (const auto& d : digests) {
-    if (!d.first) continue;
+  for (const digest_item& d : digests) {
     std::string hex;
-    append_digest(hex, d.second.second.first, d.second.second.second);
+    if (d.m_has) append_digest(hex, d.m_bytes, d.m_length);
     if (hex.empty()) continue;
     if (!out.empty()) out += "; ";
-    out += "[" + std::string(d.second.first) + hex + "]";
+    out += "[" + std::string(d.m_label) + hex + "]";
   }
   return out;
 }
