@@ -282,6 +282,16 @@ bool copy_attrib_data(CNtfs* volume, const attrib_row& row, std::ostream& out, c
   data_run_list runs = options.m_skip_sparse && !compressed ? without_sparse(row.m_runs) : row.m_runs;
   uint64_t limit = std::min(list_bytes(runs, c, false), wanted);
   if (limit == 0) return false;
+  if (options.m_max_hole_bytes && !options.m_skip_sparse) {
+    const uint64_t stored = list_bytes(runs, c, true);
+    if (limit > stored && limit - stored > options.m_max_hole_bytes) {
+      options.m_holes_refused = true;
+      if (options.m_log)
+        log_line(*options.m_log, "err: holes of 0x%llx bytes in a stream of 0x%llx, refused",
+                 (unsigned long long)(limit - stored), (unsigned long long)limit);
+      return false;
+    }
+  }
   if (compressed) return copy_compressed(*volume, runs, limit, out, options, total);
   uint64_t slack = options.m_append_slack && row.m_allocated_size > wanted ? row.m_allocated_size - wanted : 0;
   return copy_plain(*volume, row, runs, limit, slack, out, options, total);

@@ -57,6 +57,11 @@ struct copy_options {
   bool m_skip_sparse = false;  // holes are left out instead of written as zeros
   bool m_append_slack = false; // after the data, the rest of the allocation
   uint64_t m_max_bytes = 0;    // non-resident streams: at most this many bytes of content; 0 all
+  // Sparse clusters come out as zeros; a stream whose holes would give more zeros than this is
+  // refused (m_holes_refused set) rather than copied: a few bytes of a hostile record must not
+  // turn into terabytes of output. 0: no limit.
+  uint64_t m_max_hole_bytes = 0;
+  mutable bool m_holes_refused = false;
   // Sees every byte written, in order (digests).
   void (*m_feed)(void* user, const uint8_t* bytes, size_t length) = nullptr;
   void* m_feed_user = nullptr;

@@ -48,6 +48,9 @@ void feed_chunk(void* user, const uint8_t* bytes, size_t length) {
   }
 }
 
+// Holes of up to this many bytes are always read, whatever the volume's size.
+constexpr uint64_t k_min_hole_limit = 1ull << 32;
+
 bool has_data(const attrib_row& row) {
   if (row.m_non_resident) return !row.m_runs.empty() && row.m_allocated_size != 0;
   return row.m_value_length != 0 && !row.m_value.empty();
@@ -137,8 +140,19 @@ bool read_stream_to(std::ostream& out, entry_record& entry, const mft_entries_ct
   options.m_feed = feed_chunk;
   options.m_feed_user = &feed;
   options.m_log = &scan.log();
+  // Holes may make a stream larger than its volume (a sparse disk image), but not without bound.
+  if (volume) {
+    uint64_t room = volume->volume_bytes();
+    const uint64_t source = volume->m_disk ? volume->m_disk->size() : 0;
+    if (source && (room == 0 || source < room)) room = source;  // a boot sector may claim anything
+    options.m_max_hole_bytes = std::max(room, k_min_hole_limit);
+  }
   uint64_t total = 0;
   const bool copied = copy_attrib_data(volume, row, out, options, total);
+  if (options.m_holes_refused)
+    print_message("prob reading inode 0x%llx: its sparse ranges claim more than the volume holds; not read "
+                  "(-skip_sparse_clusters reads what is stored)\n",
+                  (unsigned long long)entry.m_inode);
   if (!copied || total == 0) {
     entry.m_hash_failed = digests.any();
     return false;

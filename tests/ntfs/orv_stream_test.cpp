@@ -107,6 +107,7 @@ TEST_F(ReadStream, RangesHolesAndFailures) {
 // more than the runs hold; a resident value whole; nothing to copy is a failure.
 TEST_F(CopyAttrib, SizesAndRefusals) {
   const data_run_list runs = {run(40, 0, 1), run(7, 1, 2)};
+  uint64_t hole_limit = 0;
   auto copy = [&](CNtfs* volume, const data_run_list& list, uint64_t real, uint64_t valid, bool raw, bool& ok) {
     attrib_row row;
     row.m_type = 0x80;
@@ -117,6 +118,7 @@ TEST_F(CopyAttrib, SizesAndRefusals) {
     row.m_allocated_size = 3 * C;
     copy_options options;
     options.m_raw = raw;
+    options.m_max_hole_bytes = hole_limit;
     std::ostringstream out;
     uint64_t total = 0;
     ok = copy_attrib_data(volume, row, out, options, total);
@@ -136,6 +138,13 @@ TEST_F(CopyAttrib, SizesAndRefusals) {
   EXPECT_FALSE(ok);
   copy(nullptr, runs, 10, 10, false, ok);
   EXPECT_FALSE(ok);
+  // Holes beyond the limit: a few bytes of run list claiming terabytes of zeros are refused.
+  const data_run_list holes = {run(40, 0, 1), run(0, 1, 1u << 30, true)};
+  hole_limit = 1u << 20;
+  EXPECT_TRUE(copy(m_vol.get(), holes, 1ull << 52, 1ull << 52, false, ok).empty());
+  EXPECT_FALSE(ok);
+  EXPECT_EQ(copy(m_vol.get(), holes, 200 * C, 200 * C, false, ok).size(), 200 * C);  // within it
+  hole_limit = 0;
 
   attrib_row resident;
   resident.m_type = 0x80;
