@@ -201,3 +201,17 @@ TEST(Extraction, WindowsCompressedFileOfTheCorpus) {
   const copy_run run = extract("extract-corpus", "-image " + fixtures::q(image) + " -offset 0x10000", "-filter_inode 39");
   EXPECT_EQ(digest_of("md5sum", copy_of(run, "1.txt")), "36f90669011e09f6f82dc12e5383a32e");  // icat, record 39
 }
+
+// A hostile record found by fuzzing claims terabytes of sparse zeros: the copy is refused with a
+// message and the run ends at once.
+TEST(Extraction, HolesBeyondTheSourceAreRefused) {
+  const std::string image = fixtures::path("holes.img");
+  ASSERT_FALSE(image.empty());
+  const std::string dir = fixtures::scratch_dir("holes");
+  const auto r = fixtures::run_brimlock("-image " + fixtures::q(image) + " -quiet -all -raw -action_copy_files " +
+                                        fixtures::q(dir + "/copies") + " -out " + fixtures::q(dir + "/rows.csv"));
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.err.find("prob reading inode 0x1: its sparse ranges claim more than the volume holds"), std::string::npos)
+      << r.err;
+  EXPECT_LT(std::stoull(testutil::run_shell("du -sk " + fixtures::q(dir + "/copies") + " | cut -f1").out), 1024u);
+}
