@@ -60,34 +60,65 @@ constexpr rid_name k_rids[] = {
 };
 
 // SIDs of one sub-authority under the creator authority (S-1-3-n) and the NT authority (S-1-5-n).
-const char* const k_creator_names[] = {"Owner", "Group", "Owner Server", "Group Server"};
-const char* const k_nt_names[33] = {
-    nullptr,          "Dialup",        "Network",      "Batch",          "Interactive",
-    "Logon Ids",      "Service",       "Anonymous Logon", "Proxy",       "Server Logon [Domain Controllers]",
-    "Principal Self", "Authenticated User", "Restricted Code", "Terminal Server Users", nullptr,
-    nullptr,          nullptr,         nullptr,        "Local System",   "Local Service",
-    "Network Service", "NT Non Unique", nullptr,       nullptr,          nullptr,
-    nullptr,          nullptr,         nullptr,        nullptr,          nullptr,
-    nullptr,          nullptr,         "Builtin Domain"};
+constexpr rid_name k_creator_names[] = {{0, "Owner"}, {1, "Group"}, {2, "Owner Server"}, {3, "Group Server"}};
+constexpr rid_name k_nt_names[] = {
+    {1, "Dialup"},
+    {2, "Network"},
+    {3, "Batch"},
+    {4, "Interactive"},
+    {5, "Logon Ids"},
+    {6, "Service"},
+    {7, "Anonymous Logon"},
+    {8, "Proxy"},
+    {9, "Server Logon [Domain Controllers]"},
+    {10, "Principal Self"},
+    {11, "Authenticated User"},
+    {12, "Restricted Code"},
+    {13, "Terminal Server Users"},
+    {18, "Local System"},
+    {19, "Local Service"},
+    {20, "Network Service"},
+    {21, "NT Non Unique"},
+    {32, "Builtin Domain"},
+};
+
+template <size_t N>
+const char* name_of(const rid_name (&table)[N], uint32_t id) {
+  for (const rid_name& r : table)
+    if (r.m_rid == id) return r.m_name;
+  return nullptr;
+}
 
 struct mask_name {
   uint32_t m_bit;
   const char* m_name;
 };
 constexpr mask_name k_masks[] = {
-    {0x80000000, "GENERIC_READ"}, {0x40000000, "GENERIC_WRITE"},    {0x20000000, "GENERIC_EXECUTE"},
-    {0x10000000, "GENERIC_ALL"},  {0x10000, "DELETE"},              {0x20000, "READ_CONTROL"},
-    {0x40000, "WRITE_DAC"},       {0x80000, "WRITE_OWNER"},         {0x100000, "SYNCHRONIZE"},
-    {0x1000000, "ACCESS_SYSTEM_SECURITY"}, {0x2000000, "MAXIMUM_ALLOWED"},
+    {0x80000000, "GENERIC_READ"},
+    {0x40000000, "GENERIC_WRITE"},
+    {0x20000000, "GENERIC_EXECUTE"},
+    {0x10000000, "GENERIC_ALL"},
+    {0x10000, "DELETE"},
+    {0x20000, "READ_CONTROL"},
+    {0x40000, "WRITE_DAC"},
+    {0x80000, "WRITE_OWNER"},
+    {0x100000, "SYNCHRONIZE"},
+    {0x1000000, "ACCESS_SYSTEM_SECURITY"},
+    {0x2000000, "MAXIMUM_ALLOWED"},
 };
 
-const char* const k_ace_long[] = {
-    "ACCESS_ALLOWED_ACE_TYPE",         "ACCESS_DENIED_ACE_TYPE",         "SYSTEM_AUDIT_ACE_TYPE",
-    "SYSTEM_ALARM_ACE_TYPE",           "ACCESS_ALLOWED_COMPOUND_ACE_TYPE", "ACCESS_ALLOWED_OBJECT_ACE_TYPE",
-    "ACCESS_DENIED_OBJECT_ACE_TYPE",   "SYSTEM_AUDIT_OBJECT_ACE_TYPE",   "SYSTEM_ALARM_OBJECT_ACE_TYPE"};
-const char* const k_ace_short[] = {"access allowed", "access denied", "system audit",
-                                   "system alarm",   "access allowed", "access allowed",
-                                   "access denied",  "system audit",   "system alarm"};
+// ACE types 0 to 8, long and short texts.
+const char* const k_ace_texts[9][2] = {
+    {"ACCESS_ALLOWED_ACE_TYPE", "access allowed"},
+    {"ACCESS_DENIED_ACE_TYPE", "access denied"},
+    {"SYSTEM_AUDIT_ACE_TYPE", "system audit"},
+    {"SYSTEM_ALARM_ACE_TYPE", "system alarm"},
+    {"ACCESS_ALLOWED_COMPOUND_ACE_TYPE", "access allowed"},
+    {"ACCESS_ALLOWED_OBJECT_ACE_TYPE", "access allowed"},
+    {"ACCESS_DENIED_OBJECT_ACE_TYPE", "access denied"},
+    {"SYSTEM_AUDIT_OBJECT_ACE_TYPE", "system audit"},
+    {"SYSTEM_ALARM_OBJECT_ACE_TYPE", "system alarm"},
+};
 
 void pad_to(std::string& out, const std::string& text, size_t width) {
   out.append(text);
@@ -208,21 +239,18 @@ void sid_known_name(std::string& out, orv::byte_span sid) {
   out.clear();
   const size_t count = sid.u8(1);
   if (count == 0 || !sid.has(8, count * 4)) return;
-  if (count != 1) {
-    const uint32_t rid = sid.u32(8 + 4 * (count - 1));
-    for (const rid_name& r : k_rids)
-      if (r.m_rid == rid) out.assign(r.m_name);
-    return;
-  }
-  const uint32_t first = sid.u32(8);
   const char* name = nullptr;
-  switch (sid.u8(7)) {
-    case 0: name = "null"; break;
-    case 1: name = "World"; break;
-    case 2: name = "Local"; break;
-    case 3: name = first < 4 ? k_creator_names[first] : nullptr; break;
-    case 5: name = first < 33 ? k_nt_names[first] : nullptr; break;
-    default: break;
+  if (count != 1) {
+    name = name_of(k_rids, sid.u32(8 + 4 * (count - 1)));
+  } else {
+    switch (sid.u8(7)) {
+      case 0: name = "null"; break;
+      case 1: name = "World"; break;
+      case 2: name = "Local"; break;
+      case 3: name = name_of(k_creator_names, sid.u32(8)); break;
+      case 5: name = name_of(k_nt_names, sid.u32(8)); break;
+      default: break;
+    }
   }
   if (name) out.assign(name);
 }
@@ -235,7 +263,7 @@ void access_mask_text(uint32_t mask, std::string& out) {
 }
 
 void ace_type_text(uint8_t type, std::string& out, bool short_form) {
-  out.assign(type < 9 ? (short_form ? k_ace_short[type] : k_ace_long[type]) : "unknown");
+  out.assign(type < 9 ? k_ace_texts[type][short_form ? 1 : 0] : "unknown");
 }
 
 bool parse_acl(std::map<std::string, ace_line>& rows, orv::byte_span descriptor, uint32_t acl_offset) {
@@ -337,9 +365,15 @@ bool load_secure_map(CNtfs& volume, secure_map& map, const diag_sink* log) {
     if (log) log_line(*log, "err: $SDS cannot be read");
     return false;
   }
+  decode_sds(stream.data(), stream.size(), map, log);
+  if (log) log_line(*log, "info: $SDS of 0x%zx bytes gives %zu descriptors", stream.size(), map.size());
+  return true;
+}
+
+void decode_sds(const uint8_t* stream, size_t size, secure_map& map, const diag_sink* log) {
   // An entry counts where its own offset field names the place it stands; anything else (the
   // mirror halves, damage) is passed 16 bytes at a time.
-  const orv::byte_span sds(stream.data(), stream.size());
+  const orv::byte_span sds(stream, size);
   security_entry decoded;
   for (uint64_t p = 0; p < sds.m_size;) {
     const uint32_t length = sds.u32(size_t(p) + 16);
@@ -351,8 +385,6 @@ bool load_secure_map(CNtfs& volume, secure_map& map, const diag_sink* log) {
       map.emplace(uint32_t(decoded.m_id), std::move(decoded));
     p += (uint64_t(length) + 15) & ~uint64_t(15);
   }
-  if (log) log_line(*log, "info: $SDS of 0x%zx bytes gives %zu descriptors", sds.m_size, map.size());
-  return true;
 }
 
 const security_entry* find_security_entry(const CNtfs* volume, uint32_t security_id) {

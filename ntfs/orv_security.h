@@ -52,6 +52,8 @@ constexpr uint64_t k_max_sds_bytes = 64ull << 20;
 // of an id in stream order wins). False, with the map empty, when the volume is not validated or
 // has no readable $SDS. Entries that do not decode are left out, with a line to `log`.
 bool load_secure_map(CNtfs& volume, secure_map& map, const diag_sink* log = nullptr);
+// The entries of $SDS bytes in memory added to `map`, as load_secure_map takes them.
+void decode_sds(const uint8_t* stream, size_t size, secure_map& map, const diag_sink* log = nullptr);
 
 // Decodes the $SDS entry at `entry`, `length` bytes available there. True when the owner or the
 // group SID was rendered. A SID or ACL placed outside the entry is left out, told to `log`.
