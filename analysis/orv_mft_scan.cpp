@@ -18,10 +18,12 @@
 
 // ---- source ----------------------------------------------------------------------------------
 
-// What a scan takes from its volume once it is open: the record count and the $UpCase table.
+// What a scan takes from its volume once it is open: the record count, the $UpCase table, and
+// the descriptors of $SDS when owners are asked for (read once for the volume).
 static void take_volume(scan_state& scan, CNtfs& volume) {
   scan.m_mft_total = volume.mft_inode_count();
   if (scan.m_upcase.empty()) volume.read_upcase(scan.m_upcase);
+  if (scan.m_owner_sids) volume.ensure_secure_map(&scan.log());
 }
 
 static void adopt_volume(scan_state& scan, std::unique_ptr<CNtfs> volume, const std::string& why) {

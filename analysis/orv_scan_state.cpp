@@ -14,6 +14,7 @@ void scan_state_for(scan_state& scan, const mft_entries_ctx& options) {
   scan.m_future_limit = options.m_future_limit;
   scan.m_zone_info = options.m_include_zoneinfo != 0;
   scan.m_follow_ref_inode = options.m_follow_ref_inode != 0;
+  scan.m_owner_sids = options.m_include_ownersid != 0;
   scan.m_deleted_only = options.m_filter_deleted != 0;
   scan.m_and_logic = options.m_and_logic != 0;
 }

@@ -28,6 +28,7 @@ struct scan_state {
   uint64_t m_future_limit = 0;       // file-name times past this are "future"; 0 unset
   bool m_zone_info = false;          // Zone.Identifier streams are read and parsed
   bool m_follow_ref_inode = true;    // a listed attribute belongs to its extension record
+  bool m_owner_sids = false;         // the volume's $SDS is read when the scan takes it
 
   // Selection of the pass under way: deleted records only, and the AND reading of the filters.
   // A run over $MFT and then free clusters sets them anew for each pass.

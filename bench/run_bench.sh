@@ -15,8 +15,8 @@
 #    -DBRIMLOCK_BENCH=ON; skipped otherwise) next to md5sum, sha1sum and sha256sum, all reading
 #    the file from the page cache.
 # 3. A volume image with many files, made once with mkntfs and ntfs-3g (needs root and FUSE;
-#    skipped otherwise): `brimlock -image X -csv` next to `fls -r -m / X` (sleuthkit), when fls
-#    is installed.
+#    skipped otherwise): `brimlock -image X -csv`, again with -action_include_ownersid, next to
+#    `fls -r -m / X` (sleuthkit), when fls is installed.
 # 0. Expansion of compressed streams in memory (bench_lznt1_speed next to BRIMLOCK, built with
 #    -DBRIMLOCK_BENCH=ON; skipped with a note otherwise): MB/s of output.
 set -euo pipefail
@@ -151,6 +151,10 @@ measure "$BIN" -image "$IMG" -csv -quiet -out "$res"
 rows=$(( $(wc -l <"$res") - 4 ))
 recs=$(awk -F, 'NR > 4 {print $1}' "$res" | sort -u | wc -l)
 row "brimlock -image -csv" "$WALL" "$RSS" "$recs" "$rows" "$(stat -c %s "$res")"
+rm -f "$res"
+# The same with owners: $Secure:$SDS read once, one lookup per record.
+measure "$BIN" -image "$IMG" -csv -action_include_ownersid -quiet -out "$res"
+row "  with -action_include_ownersid" "$WALL" "$RSS" "$recs" "$(( $(wc -l <"$res") - 4 ))" "$(stat -c %s "$res")"
 rm -f "$res"
 if command -v fls >/dev/null; then
   measure sh -c "fls -r -m / '$IMG' > '$OUT/fls.body'"

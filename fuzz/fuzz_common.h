@@ -65,6 +65,7 @@ inline void add_run_options(std::vector<std::string>& args, uint32_t bits) {
   if (bits & 0x2000) args.push_back("-csvperpath");
   // Copies go to a directory of this process that run_main empties after every run.
   if (bits & 0x10000) args.insert(args.end(), {"-hashfile", "md5|sha1"});
+  if (bits & 0x20000) args.push_back("-action_include_ownersid");
   if (bits & 0x4000) args.insert(args.end(), {"-action_copy_files", copy_directory(), bits & 0x8000 ? "-raw" : "-all"});
   args.insert(args.end(), {"-quiet", "-out", "/dev/null"});
 }

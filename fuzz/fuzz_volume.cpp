@@ -1,6 +1,6 @@
 // A volume on an in-memory image: validation with the $MFT attribute list, record reads through
-// the $MFT runs, the record summaries, attribute rows and their content, the cluster bitmap, and
-// selection with the default writer.
+// the $MFT runs, the record summaries, attribute rows and their content, the cluster bitmap, the
+// descriptors of $SDS, and selection with the default writer.
 #include <ostream>
 #include <streambuf>
 
@@ -34,6 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::vector<uint8_t> bitmap;
   volume->read_cluster_bitmap(bitmap);
   const uint64_t count = std::min<uint64_t>(volume->mft_inode_count(), 48);
+  if (bits & 0x40) volume->ensure_secure_map();  // the summaries below then carry owners
 
   null_buffer sink;
   std::ostream null_out(&sink);
@@ -63,6 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   options.m_include_header = (bits >> 4) & 1;
   options.m_header_size = 32;
   options.m_include_zoneinfo = (bits >> 5) & 1;
+  options.m_include_ownersid = (bits >> 6) & 1;
   scan_state scan;
   scan_state_for(scan, options);
   scan.m_source.lend_volume(volume.get());

@@ -132,7 +132,7 @@ bool stats_attribute(const uint8_t* a, uint32_t alen, INODE_STATS& st, bool merg
   bool nonres = attr.u8(8) != 0;
   switch (type) {
     case 0x10:
-      // The owner SID needs the $Secure map of the volume; it is filled in where that map lives.
+      // The owner SID needs the $Secure map of the volume: read_inode_stats looks it up.
       break;
     case 0x30: {
       if (nonres) break;
@@ -194,6 +194,10 @@ bool CNtfs::read_inode_stats(uint64_t inode, const std::vector<uint8_t>& record,
   uint32_t list_len = 0;
   bool ok = true;
   walk_stats(record.data(), record.size(), m_filerec_size, [&](const uint8_t* a, uint32_t alen) {
+    orv::byte_span attr(a, alen);
+    const uint32_t security_id = le32(a) == 0x10 ? attr.sub(attr.u16(20), attr.u32(16)).u32(52) : 0;
+    if (security_id && m_validated)
+      if (const security_entry* sd = find_security_entry(this, security_id)) st.m_owner_sid = sd->m_owner_sid;
     if (le32(a) == 0x20 && !list_attr) {
       list_attr = a;
       list_len = alen;
@@ -409,6 +413,11 @@ bool CNtfs::read_upcase(std::vector<uint16_t>& out) {
   out.resize(0x10000);
   for (size_t i = 0; i < out.size(); ++i) out[i] = le16(bytes.data() + 2 * i);
   return true;
+}
+
+bool CNtfs::ensure_secure_map(const diag_sink* log) {
+  if (!m_secure_loaded) m_secure_loaded = load_secure_map(*this, m_secure_map, log);
+  return m_secure_loaded;
 }
 
 // ---- creators ----

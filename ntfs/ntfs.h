@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ntfs/orv_runs.h"
+#include "ntfs/orv_security.h"
 #include "storage/orv_raw_disk_io.h"
 
 struct NTFS_BOOT {
@@ -20,6 +21,7 @@ struct NTFS_BOOT {
 };
 
 struct INODE_STATS {
+  std::string m_owner_sid;  // through the security id, once the volume's map of $SDS is loaded
   std::string m_name;
   std::wstring m_wname;
   uint8_t m_file_name_raw[68] = {};
@@ -64,6 +66,9 @@ class CNtfs {
   // The volume's $UpCase (record 10): the upper case of each of the 65536 UTF-16 units, by which
   // NTFS compares names. False when it cannot be read whole.
   bool read_upcase(std::vector<uint16_t>& out);
+  // Reads $Secure:$SDS into m_secure_map, once: a load that failed is tried again at the next
+  // call. False when the volume has no readable $SDS.
+  bool ensure_secure_map(const diag_sink* log = nullptr);
   uint64_t mft_inode_count() const { return m_mft_inode_count; }
   uint32_t record_size() const { return m_mft_record_size ? m_mft_record_size : 1024; }
   uint32_t sector_size() const;
@@ -90,6 +95,9 @@ class CNtfs {
   uint64_t m_mft_file_pos = 0;  // byte position of $MFT inside the volume
   uint64_t m_volume_offset = 0;
   uint32_t m_mft_record_size = 1024;
+  // Descriptors of $SDS by security id, decoded; filled by ensure_secure_map.
+  secure_map m_secure_map;
+  bool m_secure_loaded = false;
 
  private:
   std::vector<uint8_t> m_window;  // read-ahead of consecutive records

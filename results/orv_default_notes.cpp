@@ -10,6 +10,7 @@
 #include "base/orv_digest.h"
 #include "base/orv_le.h"
 #include "base/orv_string.h"
+#include "ntfs/orv_security.h"
 #include "results/result_row.h"
 #include "run/mft_entries_ctx.h"
 
@@ -178,6 +179,15 @@ void append_summary(std::string& out, const entry_record& entry, const mft_entri
   if (out.size() >= start + 2) out.resize(out.size() - 2);
 }
 
+void append_owner_sid(std::string& out, const entry_record& entry, const scan_state& scan) {
+  if (entry.m_std_infos.empty()) return;
+  const uint32_t security_id = entry.m_std_infos.begin()->second.security_id();
+  const security_entry* sd = security_id ? find_security_entry(scan.m_source.volume(), security_id) : nullptr;
+  if (!sd || sd->m_owner_sid.empty()) return;
+  if (!out.empty()) out.append("; ");
+  out.append("[owner_sid: ").append(sd->m_owner_sid).push_back(']');
+}
+
 void refinode_note(std::string& out, uint64_t record_number, const mft_entries_ctx& ctx) {
   out.append("refinode [");
   append_entry_number(out, record_number, ctx.m_hex_numbers != 0);
@@ -210,6 +220,7 @@ void build_record_notes(record_notes& notes, const entry_record& entry, const mf
 
   notes.m_summary.clear();
   append_summary(notes.m_summary, entry, ctx);
+  if (ctx.m_include_ownersid) append_owner_sid(notes.m_summary, entry, scan);
 
   std::string& head = notes.m_other_head;
   head.clear();

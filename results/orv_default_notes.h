@@ -35,5 +35,8 @@ const char* record_type_text(const entry_record& entry, const scan_state& scan);
 void extension_text(std::string& out, const std::wstring& name, bool is_directory);
 // Summary of the data attributes and record numbers ("various data types").
 void append_summary(std::string& out, const entry_record& entry, const mft_entries_ctx& ctx);
+// "; [owner_sid: " SID "]" when the volume's descriptors know the record's security id; nothing
+// otherwise (no volume, no such id, no owner).
+void append_owner_sid(std::string& out, const entry_record& entry, const scan_state& scan);
 // Lower-case hex of a digest, or nothing when it is all zero.
 void append_digest(std::string& out, const uint8_t* bytes, size_t length);

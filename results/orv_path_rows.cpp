@@ -180,7 +180,9 @@ void write_path_row(entry_record& entry, const scan_state& scan, path_writer& w,
   if (entry.m_has_time_warning) set_text(row, w.m_col_warning, entry.m_time_warning);
   if (w.m_col_host >= 0) set_text(row, w.m_col_host, ctx.m_hostname);
   set_wide_text(row, w.m_col_extracted, extracted);
-  set_text(row, w.m_col_summary, summary_text(entry, ctx));
+  std::string summary = summary_text(entry, ctx);
+  if (ctx.m_include_ownersid) append_owner_sid(summary, entry, scan);
+  set_text(row, w.m_col_summary, summary);
   if (w.m_col_header >= 0) {
     std::string header;
     append_header_text(header, entry, ctx.m_header_strings != 0);

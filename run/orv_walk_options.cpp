@@ -337,7 +337,7 @@ const walk_option k_walk_options[] = {
        return true;
      }},
     {L"-action_include_zoneinfo", form_flag, nullptr, &mft_entries_ctx::m_include_zoneinfo},
-    {L"-action_include_ownersid", form_flag, nullptr, &mft_entries_ctx::m_include_ownersid, unbuilt},
+    {L"-action_include_ownersid", form_flag, nullptr, &mft_entries_ctx::m_include_ownersid},
     {L"-action_include_header", form_flag,
      [](mft_entries_ctx& c, const wtext&, wlist&) {
        c.m_metadata_only = 0;

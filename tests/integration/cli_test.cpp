@@ -101,7 +101,7 @@ TEST(Cli, OptionsNotBuiltStopTheRun) {
   struct refusal { const char *options, *named; } const cases[] = {
       {"-bodyfile", "-bodyfile"},         {"-csv -csvl2t", "-csvl2t"},       {"-regen_mft", "-regen_mft"},
       {"-filepath_only", "-filepath_only"}, {"-filter_file '\\a.txt'", "-filter_file"},
-      {"-action_include_ownersid", "-action_include_ownersid"},             {"-find_mft 5", "-find_mft"},
+      {"-find_mft 5", "-find_mft"},
   };
   for (const refusal& c : cases) {
     SCOPED_TRACE(c.options);

@@ -96,6 +96,8 @@ facts load_facts(const std::string& name) {
       f.paths.push_back({std::stoull(c[1]), c[2] == "alloc", c[3].empty() ? '?' : c[3][0], c[4]});
     } else if ((kind == "md5" || kind == "damaged") && c.size() >= 4) {
       (kind == "md5" ? f.md5s : f.damaged).push_back({c[1], c[2], c[3]});
+    } else if (kind == "owner" && c.size() >= 4) {
+      f.owners[std::stoull(c[1])] = {uint32_t(std::stoul(c[2])), c[3]};
     } else if (kind == "part" && c.size() >= 5) {
       f.parts.push_back({c[1], c[4], std::stoull(c[2])});
     }

@@ -39,6 +39,8 @@ struct fact_name { uint64_t inode = 0, holder = 0, parent = 0; uint16_t parent_s
 struct fact_path { uint64_t inode = 0; bool allocated = false; char kind = 'r'; std::string path; };
 struct fact_md5 { std::string address, path, md5; };
 struct fact_part { std::string slot, description; uint64_t start = 0; };
+// Security id and owner SID of a record as istat prints them (SID empty when istat names none).
+struct fact_owner { uint32_t security_id = 0; std::string sid; };
 
 struct facts {
   std::map<std::string, std::string> info;
@@ -48,6 +50,7 @@ struct facts {
   std::vector<fact_md5> md5s;
   std::vector<fact_md5> damaged;  // md5 of what our copy gives before it stops with failure
   std::vector<fact_part> parts;
+  std::map<uint64_t, fact_owner> owners;  // by record number
 
   std::vector<const fact_name*> names_of(uint64_t inode) const;
   // Path of an allocated directory as fls prints it ("" for the root), or false.

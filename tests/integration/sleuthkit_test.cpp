@@ -38,6 +38,7 @@ const source_row kSources[] = {
     {"Stride4kMft", "stride4k.mft", 0, "-mftfile * -csv", "stride4k.facts.tsv"},
     {"Mbr4kLogical", "mbr4k.img", 0, "-image * -offset 0x200000 -csv", "mbr4k.p5.facts.tsv"},
     {"Mbr4kPrimary", "mbr4k.img", 0, "-image * -offset 0xc00000 -csv", "mbr4k.p2.facts.tsv"},
+    {"OwnersVolume", "owners.img", 0, "-image * -csv", "owners.facts.tsv"},
     {"CorpusPtrn", "corpus:ntfs-ptrn.raw", 0, "-image * -offset 0x10000 -csv", "corpus-ptrn.facts.tsv"},
     {"CorpusRamslack", "corpus:ntfs-ramslack.raw", 0, "-image * -offset 0x10000 -csv", "corpus-ramslack.facts.tsv"},
     {"CorpusLastaccess", "corpus:ntfs-lastaccess.raw", 0, "-image * -offset 0x10000 -csv",
