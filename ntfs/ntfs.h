@@ -2,10 +2,12 @@
 // One validated NTFS volume on a raw source: boot sector, geometry, the $MFT run list, and the
 // translation of an entry number into a byte position.
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "ntfs/orv_dir_lookup.h"
 #include "ntfs/orv_runs.h"
 #include "storage/orv_raw_disk_io.h"
 
@@ -90,6 +92,8 @@ class CNtfs {
   uint64_t m_mft_file_pos = 0;  // byte position of $MFT inside the volume
   uint64_t m_volume_offset = 0;
   uint32_t m_mft_record_size = 1024;
+  // Directories read through their indexes, by entry number; kept while the volume is open.
+  std::map<uint64_t, dir_index_node> m_dir_cache;
 
  private:
   std::vector<uint8_t> m_window;  // read-ahead of consecutive records
