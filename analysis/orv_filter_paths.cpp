@@ -77,8 +77,12 @@ void resolve_file_item(CNtfs& volume, scan_state& scan, const std::wstring& item
   }
   scan.m_file_paths_met = true;
   auto it = scan.m_filter_inodes.find(inode);
-  if (it == scan.m_filter_inodes.end())
+  if (it == scan.m_filter_inodes.end()) {
+    // The path is the record's text; what it selects by is set below.
     it = scan.m_filter_inodes.emplace(inode, filter_record(filter_inode, canonical, inode)).first;
+    it->second.m_whole_entry = 0;
+    it->second.m_stream_names.clear();
+  }
   filter_record& record = it->second;
   if (stream.empty()) {
     record.m_whole_entry = 1;
