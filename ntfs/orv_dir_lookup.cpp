@@ -104,10 +104,11 @@ bool read_dir_index(CNtfs& volume, uint64_t inode, dir_index& out, const diag_si
   out.m_block_size = out.m_head.block_size();
   const uint64_t cluster = volume.cluster_size();
   out.m_vcn_unit = out.m_block_size >= cluster ? cluster : 512;
-  // Never more blocks than the runs hold, nor than the source could.
+  // Never more blocks than the runs hold, nor than the source could, nor than the volume has
+  // names to fill (every block holds entries, and there are about as many names as records).
   uint64_t bytes = std::min(alloc_size, list_bytes(out.m_runs, cluster, false));
   if (volume.m_disk && volume.m_disk->size()) bytes = std::min(bytes, volume.m_disk->size());
-  out.m_block_count = bytes / out.m_block_size;
+  out.m_block_count = std::min(bytes / out.m_block_size, 4 * volume.mft_inode_count() + 64);
   return true;
 }
 

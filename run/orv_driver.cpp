@@ -146,9 +146,11 @@ run_timer::~run_timer() {
 }
 
 // Only records that the scan can list select: those of inode filters, and of directory filters
-// whose indexes gave their children.
+// whose indexes gave their children (a size filter beside them selects files anywhere).
 bool only_listed_records(const mft_entries_ctx& c, const scan_state& scan) {
-  return scan.m_dirs_listed && c.m_filter_names.empty() && c.m_filter_ext.empty() && c.m_filter_wildcards.empty() &&
+  const bool sizes = c.m_filter_max_size || c.m_filter_min_size || c.m_filter_min_ads_size;
+  return scan.m_dirs_listed && (scan.m_filter_dir_inodes.empty() || !sizes) && c.m_filter_names.empty() &&
+         c.m_filter_ext.empty() && c.m_filter_wildcards.empty() &&
          !c.m_filter_deleted && !c.m_filter_deleted_all && c.m_signature_filters.empty() &&
          !scan.m_listed_records.empty();
 }
