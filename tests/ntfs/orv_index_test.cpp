@@ -62,7 +62,9 @@ TEST(IndexBlock, EntriesAndDamage) {
     EXPECT_EQ(decode_index_block(b.data(), b.size(), vcn, false, 5, entries, &why), c.m_ok);
     EXPECT_EQ(names_of(entries), c.m_names);
     EXPECT_EQ(why != nullptr, c.m_damaged);
-    if (c.m_ok) EXPECT_EQ(vcn, 3u);
+    if (c.m_ok) {
+      EXPECT_EQ(vcn, 3u);
+    }
   }
   // The fixups are applied, and behind the last entry only this directory's old names count.
   bytes b = sample_block();
