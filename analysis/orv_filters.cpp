@@ -70,17 +70,8 @@ bool size_group(entry_record& entry, const mft_entries_ctx& ctx) {
   return true;
 }
 
-// A name as the filters compare it: in lower case by the built-in Unicode table, after the
-// volume's own $UpCase where the scan has it, so that names NTFS holds equal are equal here.
-std::wstring compare_form(const std::wstring& text, const scan_state& scan) {
-  std::wstring out = text;
-  const bool upcase = scan.m_upcase.size() == 0x10000;
-  for (wchar_t& c : out) {
-    if (upcase && uint32_t(c) < 0x10000) c = wchar_t(scan.m_upcase[size_t(c)]);
-    c = orv::fold_lower(c);
-  }
-  return out;
-}
+// A name as the filters compare it: names NTFS holds equal are equal here.
+std::wstring compare_form(const std::wstring& text, const scan_state& scan) { return orv::fold_name(text, scan.m_upcase); }
 
 bool wildcard_group(entry_record& entry, const mft_entries_ctx& ctx, const std::vector<std::wstring>& lowered) {
   for (const wildcard_pattern& pattern : ctx.m_filter_wildcards) {
@@ -111,7 +102,7 @@ bool name_group(entry_record& entry, const mft_entries_ctx& ctx, const scan_stat
   return false;
 }
 
-bool dir_inode_group(entry_record& entry, const mft_entries_ctx& ctx, scan_state& scan) {
+bool dir_inode_group(entry_record& entry, scan_state& scan) {
   uint64_t previous = 0;
   bool first = true;
   for (const auto& pair : entry.m_file_names) {
@@ -120,8 +111,8 @@ bool dir_inode_group(entry_record& entry, const mft_entries_ctx& ctx, scan_state
     first = false;
     previous = reference;
     const uint64_t number = orv::ref_number(reference);
-    auto found = ctx.m_filter_dir_inodes.find(number);
-    if (found == ctx.m_filter_dir_inodes.end()) continue;
+    auto found = scan.m_filter_dir_inodes.find(number);
+    if (found == scan.m_filter_dir_inodes.end()) continue;
     const filter_record& filter = found->second;
     if (filter.m_whole_entry) {
       std::wstring text = filter.m_text;
@@ -139,9 +130,9 @@ bool dir_inode_group(entry_record& entry, const mft_entries_ctx& ctx, scan_state
   return false;
 }
 
-bool inode_group(entry_record& entry, const mft_entries_ctx& ctx) {
-  auto found = ctx.m_filter_inodes.find(entry.m_inode);
-  if (found == ctx.m_filter_inodes.end()) return false;
+bool inode_group(entry_record& entry, const scan_state& scan) {
+  auto found = scan.m_filter_inodes.find(entry.m_inode);
+  if (found == scan.m_filter_inodes.end()) return false;
   const filter_record& filter = found->second;
   if (filter.m_whole_entry) {
     set_reason(entry.m_filter_inode, entry.m_filter_inode_text, number_text(entry.m_inode));
@@ -224,21 +215,23 @@ const wchar_t* signature_name(uint32_t type) {
 
 }  // namespace
 
-bool has_or_filters(const mft_entries_ctx& ctx) {
+// Path filters count whether or not they resolved: one that found nothing selects nothing.
+bool has_or_filters(const mft_entries_ctx& ctx, const scan_state& scan) {
   return !ctx.m_filter_ext.empty() || !ctx.m_filter_names.empty() || !ctx.m_filter_dir.empty() ||
-         !ctx.m_filter_dir_inodes.empty() || !ctx.m_filter_inodes.empty() || !ctx.m_filter_wildcards.empty() ||
-         ctx.m_filter_max_size || ctx.m_filter_min_size || ctx.m_filter_min_ads_size;
+         !ctx.m_filter_file.empty() || !scan.m_filter_dir_inodes.empty() || !scan.m_filter_inodes.empty() ||
+         !ctx.m_filter_wildcards.empty() || ctx.m_filter_max_size || ctx.m_filter_min_size ||
+         ctx.m_filter_min_ads_size;
 }
 
 bool early_filter(entry_record& entry, const mft_entries_ctx& ctx, const scan_state& scan) {
-  if (!scan.m_deleted_only && ctx.m_filter_inodes.empty()) return true;
+  if (!scan.m_deleted_only && scan.m_filter_inodes.empty()) return true;
   if (scan.m_deleted_only) {
     if (entry.in_use()) return false;
     entry.m_deleted_mark = true;
     return true;
   }
-  auto found = ctx.m_filter_inodes.find(entry.m_inode);
-  if (found == ctx.m_filter_inodes.end() || !found->second.m_whole_entry) return false;
+  auto found = scan.m_filter_inodes.find(entry.m_inode);
+  if (found == scan.m_filter_inodes.end() || !found->second.m_whole_entry) return false;
   set_reason(entry.m_filter_inode, entry.m_filter_inode_text, number_text(entry.m_inode));
   return true;
 }
@@ -265,7 +258,7 @@ bool time_filter(entry_record& entry, const mft_entries_ctx& ctx) {
 }
 
 bool or_filters_match(entry_record& entry, const mft_entries_ctx& ctx, scan_state& scan) {
-  if (!has_or_filters(ctx)) return true;
+  if (!has_or_filters(ctx, scan)) return true;
   const bool all_must_hit = scan.m_and_logic;
 
   std::vector<std::wstring> lowered;
@@ -292,14 +285,17 @@ bool or_filters_match(entry_record& entry, const mft_entries_ctx& ctx, scan_stat
     return verdict;
   if ((verdict = decide(!ctx.m_filter_names.empty(), [&] { return name_group(entry, ctx, scan, lowered); })) >= 0)
     return verdict;
-  if ((verdict = decide(!ctx.m_filter_dir_inodes.empty(), [&] { return dir_inode_group(entry, ctx, scan); })) >= 0)
+  if ((verdict = decide(!scan.m_filter_dir_inodes.empty(), [&] { return dir_inode_group(entry, scan); })) >= 0)
     return verdict;
-  if ((verdict = decide(!ctx.m_filter_inodes.empty(), [&] { return inode_group(entry, ctx); })) >= 0) return verdict;
+  if ((verdict = decide(!scan.m_filter_inodes.empty(), [&] { return inode_group(entry, scan); })) >= 0)
+    return verdict;
   if ((verdict = decide(!ctx.m_filter_ext.empty(), [&] { return ext_group(entry, ctx, scan, lowered); })) >= 0)
     return verdict;
-  // Under AND logic every group in force has hit. Directory paths that never resolved to inodes
-  // (no volume to read them from) are a filter that no record meets.
-  if (all_must_hit) return any_group && (ctx.m_filter_dir.empty() || !ctx.m_filter_dir_inodes.empty());
+  // Under AND logic every group in force has hit. Paths that never resolved to inodes (no volume
+  // to read them from, no such path) are a filter that no record meets.
+  if (all_must_hit)
+    return any_group && (ctx.m_filter_dir.empty() || scan.m_dir_paths_met) &&
+           (ctx.m_filter_file.empty() || scan.m_file_paths_met);
   return false;
 }
 

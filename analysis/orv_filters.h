@@ -7,7 +7,8 @@ class entry_record;
 class mft_entries_ctx;
 struct scan_state;
 
-bool has_or_filters(const mft_entries_ctx& options);
+// The inode and directory filters are read from the scan, which holds the resolved paths too.
+bool has_or_filters(const mft_entries_ctx& options, const scan_state& scan);
 // Deleted records only, or the inode filter; passes everything when neither is in force.
 bool early_filter(entry_record& entry, const mft_entries_ctx& options, const scan_state& scan);
 bool time_filter(entry_record& entry, const mft_entries_ctx& options);

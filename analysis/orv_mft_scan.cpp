@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "analysis/entry_record.h"
+#include "analysis/orv_filter_paths.h"
 #include "analysis/orv_filters.h"
 #include "analysis/orv_head_bytes.h"
 #include "analysis/orv_paths.h"
@@ -47,6 +48,7 @@ bool ensure_source_open(const mft_entries_ctx& options, scan_state& scan) {
     CNtfs* volume = source.volume();
     if (!volume || volume->volume_open()) {
       if (volume) take_volume(scan, *volume);
+      resolve_filter_paths(options, scan);
       return true;
     }
     source.close();
@@ -60,6 +62,7 @@ bool ensure_source_open(const mft_entries_ctx& options, scan_state& scan) {
       return false;
     }
     scan.m_mft_total = source.size() / source.record_size();
+    resolve_filter_paths(options, scan);
     return true;
   }
   if (!options.m_vmdk_list.empty()) return false;  // VMDK chains are not readable in this build
@@ -84,6 +87,7 @@ bool ensure_source_open(const mft_entries_ctx& options, scan_state& scan) {
   }
   if (!scan.m_problem.empty())
     log_line(scan.log(), "source %s not opened: %s", orv::to_utf8(scan.m_source_text).c_str(), scan.m_problem.c_str());
+  if (source.is_open()) resolve_filter_paths(options, scan);
   return source.is_open();
 }
 
@@ -186,10 +190,10 @@ bool inode_list_scan(const mft_entries_ctx& options, scan_state& scan, const rec
   if (!scan_prologue(options, scan, true, setup)) return scan_end(options, scan), false;
   entry_record entry;
   std::vector<uint8_t> buffer;
-  for (const auto& kv : options.m_filter_inodes) {
+  for (uint64_t inode : scan.m_listed_records) {
     log_line(scan.log(), "-------------------------------");
-    show_entry_progress(options, setup, kv.first);
-    scan_record(entry, buffer, kv.first, options, scan, sink);
+    show_entry_progress(options, setup, inode);
+    scan_record(entry, buffer, inode, options, scan, sink);
   }
   return scan_end(options, scan);
 }
@@ -208,10 +212,10 @@ bool select_record(entry_record& entry, const std::vector<uint8_t>& record, uint
 
   bool early_pass = false;
   if (!early_filter(entry, options, scan)) {
-    if (options.m_signature_filters.empty() && !has_or_filters(options)) return false;
+    if (options.m_signature_filters.empty() && !has_or_filters(options, scan)) return false;
     if (scan.m_and_logic) return false;
   } else {
-    early_pass = scan.m_deleted_only || !options.m_filter_inodes.empty();
+    early_pass = scan.m_deleted_only || !scan.m_filter_inodes.empty();
   }
   if (first + 72 > record_size || record_size < 2 * first) return false;
 
@@ -226,7 +230,7 @@ bool select_record(entry_record& entry, const std::vector<uint8_t>& record, uint
 
   bool or_flag = false;
   if (or_filters_match(entry, options, scan)) {
-    or_flag = has_or_filters(options);
+    or_flag = has_or_filters(options, scan);
   } else {
     if (!early_pass && (scan.m_and_logic || options.m_signature_filters.empty())) return false;
     if (early_pass && scan.m_and_logic) return false;

@@ -17,4 +17,9 @@ void scan_state_for(scan_state& scan, const mft_entries_ctx& options) {
   scan.m_owner_sids = options.m_include_ownersid != 0;
   scan.m_deleted_only = options.m_filter_deleted != 0;
   scan.m_and_logic = options.m_and_logic != 0;
+  scan.m_filter_inodes = options.m_filter_inodes;
+  scan.m_filter_dir_inodes = options.m_filter_dir_inodes;
+  scan.m_listed_records.clear();
+  for (const auto& kv : options.m_filter_inodes) scan.m_listed_records.insert(kv.first);
+  scan.m_dirs_listed = options.m_filter_dir_inodes.empty();
 }

@@ -3,11 +3,14 @@
 // that a scan opens, learns or changes lives here: the record source, the directories seen, the
 // paths worked out, and the selection rules of the pass under way.
 #include <cstdint>
+#include <map>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "analysis/orv_dir_cache.h"
+#include "analysis/orv_filter_types.h"
 #include "base/orv_console.h"
 #include "ntfs/orv_record_source.h"
 
@@ -35,6 +38,21 @@ struct scan_state {
   bool m_deleted_only = false;
   bool m_and_logic = false;
   bool m_unalloc_pass = false;  // the records come from free clusters
+
+  // Inode and directory filters in force: those of the options, joined by the -filter_file and
+  // -filter_dir paths once they are resolved on the volume.
+  std::map<uint64_t, filter_record> m_filter_inodes;
+  std::map<uint64_t, filter_record> m_filter_dir_inodes;
+  // Records a scan of listed records reads: the inode filters', and the children that the indexes
+  // of the directory filters list with the records $MFT marks free (deleted files keep their
+  // parent there). `m_dirs_listed`: every directory filter has its children here.
+  std::set<uint64_t> m_listed_records;
+  bool m_dirs_listed = true;
+  bool m_paths_resolved = false;  // the paths are resolved once per run
+  bool m_dir_paths_met = false;   // some -filter_dir path resolved
+  bool m_file_paths_met = false;  // some -filter_file path resolved
+  // What the run tells on standard error about its filters ("prob reading <source>: " first).
+  std::vector<std::string> m_notices;
 
   // Directories seen in this scan, and the paths of parent references whose walk reached the
   // root through sound links: such a walk gives the same text every time, so each directory is

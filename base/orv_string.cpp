@@ -220,6 +220,16 @@ std::wstring lowered(std::wstring text) {
   return text;
 }
 
+std::wstring fold_name(const std::wstring& text, const std::vector<uint16_t>& upcase) {
+  std::wstring out = text;
+  const bool table = upcase.size() == 0x10000;
+  for (wchar_t& c : out) {
+    if (table && uint32_t(c) < 0x10000) c = wchar_t(upcase[size_t(c)]);
+    c = fold_lower(c);
+  }
+  return out;
+}
+
 std::string lowered(std::string text) {
   to_lower(text);
   return text;

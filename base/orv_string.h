@@ -30,6 +30,9 @@ wchar_t fold_lower(wchar_t c);
 void to_lower(std::wstring& text);  // fold_lower per unit, in place
 void to_lower(std::string& text);   // tolower per byte (default locale)
 std::wstring lowered(std::wstring text);
+// A name as names compare: each character through the volume's $UpCase when `upcase` holds all
+// 65536 units, then fold_lower; equal names under NTFS's own comparison stay equal.
+std::wstring fold_name(const std::wstring& text, const std::vector<uint16_t>& upcase);
 std::string lowered(std::string text);
 void replace_char(std::wstring& text, wchar_t from, wchar_t to, bool ignore_case);
 size_t remove_char(std::wstring& text, wchar_t ch);

@@ -16,7 +16,8 @@
 #    the file from the page cache.
 # 3. A volume image with many files, made once with mkntfs and ntfs-3g (needs root and FUSE;
 #    skipped otherwise): `brimlock -image X -csv`, again with -action_include_ownersid, next to
-#    `fls -r -m / X` (sleuthkit), when fls is installed.
+#    `fls -r -m / X` (sleuthkit), when fls is installed, and `-filter_dir` of one of its
+#    directories as a share of the full walk.
 # 0. Expansion of compressed streams in memory (bench_lznt1_speed next to BRIMLOCK, built with
 #    -DBRIMLOCK_BENCH=ON; skipped with a note otherwise): MB/s of output.
 set -euo pipefail
@@ -151,6 +152,13 @@ measure "$BIN" -image "$IMG" -csv -quiet -out "$res"
 rows=$(( $(wc -l <"$res") - 4 ))
 recs=$(awk -F, 'NR > 4 {print $1}' "$res" | sort -u | wc -l)
 row "brimlock -image -csv" "$WALL" "$RSS" "$recs" "$rows" "$(stat -c %s "$res")"
+FULL_WALL=$WALL
+rm -f "$res"
+# One directory of 1000 files by its path: its index gives the records to read.
+measure "$BIN" -image "$IMG" -csv -quiet -filter_dir '\d050' -out "$res"
+rows=$(( $(wc -l <"$res") - 4 ))
+row "brimlock -image -csv -filter_dir" "$WALL" "$RSS" - "$rows" "$(stat -c %s "$res")"
+echo "  -filter_dir of one directory: $(awk -v a="$WALL" -v b="$FULL_WALL" 'BEGIN { if (b <= 0) b = 0.001; printf "%.1f", 100 * a / b }')% of the full walk"
 rm -f "$res"
 # The same with owners: $Secure:$SDS read once, one lookup per record.
 measure "$BIN" -image "$IMG" -csv -action_include_ownersid -quiet -out "$res"

@@ -2,10 +2,12 @@
 // One validated NTFS volume on a raw source: boot sector, geometry, the $MFT run list, and the
 // translation of an entry number into a byte position.
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "ntfs/orv_dir_lookup.h"
 #include "ntfs/orv_runs.h"
 #include "ntfs/orv_security.h"
 #include "storage/orv_raw_disk_io.h"
@@ -98,6 +100,8 @@ class CNtfs {
   // Descriptors of $SDS by security id, decoded; filled by ensure_secure_map.
   secure_map m_secure_map;
   bool m_secure_loaded = false;
+  // Directories read through their indexes, by entry number; kept while the volume is open.
+  std::map<uint64_t, dir_index_node> m_dir_cache;
 
  private:
   std::vector<uint8_t> m_window;  // read-ahead of consecutive records

@@ -240,10 +240,10 @@ bool extract_attribute(entry_record& entry, const mft_entries_ctx& ctx, const sc
 
 size_t extract_record(entry_record& entry, const mft_entries_ctx& ctx, const scan_state& scan,
                       const std::function<void(const attrib_item&, const std::wstring&)>& copied) {
-  // Streams named by -filter_inode for this record are taken whatever the selection says.
+  // Streams named by -filter_inode or -filter_file for this record are taken whatever the selection says.
   const std::set<std::wstring>* named = nullptr;
-  auto listed = ctx.m_filter_inodes.find(entry.m_inode);
-  if (listed != ctx.m_filter_inodes.end() && !listed->second.m_stream_names.empty())
+  auto listed = scan.m_filter_inodes.find(entry.m_inode);
+  if (listed != scan.m_filter_inodes.end() && !listed->second.m_stream_names.empty())
     named = &listed->second.m_stream_names;
 
   size_t taken = 0;

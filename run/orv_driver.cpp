@@ -145,10 +145,14 @@ run_timer::~run_timer() {
   }
 }
 
-bool only_inode_filters(const mft_entries_ctx& c) {
-  return c.m_filter_dir_inodes.empty() && c.m_filter_names.empty() && c.m_filter_ext.empty() &&
-         c.m_filter_wildcards.empty() && !c.m_filter_deleted && !c.m_filter_deleted_all &&
-         c.m_signature_filters.empty() && !c.m_filter_inodes.empty();
+// Only records that the scan can list select: those of inode filters, and of directory filters
+// whose indexes gave their children (a size filter beside them selects files anywhere).
+bool only_listed_records(const mft_entries_ctx& c, const scan_state& scan) {
+  const bool sizes = c.m_filter_max_size || c.m_filter_min_size || c.m_filter_min_ads_size;
+  return scan.m_dirs_listed && (scan.m_filter_dir_inodes.empty() || !sizes) && c.m_filter_names.empty() &&
+         c.m_filter_ext.empty() && c.m_filter_wildcards.empty() &&
+         !c.m_filter_deleted && !c.m_filter_deleted_all && c.m_signature_filters.empty() &&
+         !scan.m_listed_records.empty();
 }
 
 // What a scan could not do, said once on standard error; the run goes on as the options ask.
@@ -184,7 +188,9 @@ void run_scans(const mft_entries_ctx& c, results_stream& out) {
                                                 : default_rows_sink(writer);
   if (!ensure_source_open(c, scan)) return say_problem(scan);
   say_shortfall(scan);
-  if (only_inode_filters(c)) {
+  for (const std::string& text : scan.m_notices)
+    print_message("prob reading %s: %s\n", orv::to_utf8(scan.m_source_text).c_str(), text.c_str());
+  if (only_listed_records(c, scan)) {
     inode_list_scan(c, scan, sink);
     return say_problem(scan);
   }

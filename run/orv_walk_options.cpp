@@ -359,20 +359,18 @@ const walk_option k_walk_options[] = {
      }},
     {L"-hexdump", form_flag, nullptr, &mft_entries_ctx::m_hexdump},
     // Tried twice: a second -filter_file on the line replaces the list of the first.
-    {L"-filter_file", form_value, filter_file_option, nullptr, unbuilt},
-    {L"-filter_file", form_value, filter_file_option, nullptr, unbuilt},
+    {L"-filter_file", form_value, filter_file_option},
+    {L"-filter_file", form_value, filter_file_option},
     {L"-filter_dir_recurse", form_value,
      [](mft_entries_ctx& c, const wtext& v, wlist&) {
-       c.m_filter_dir_recurse = split_list(v);
+       c.m_filter_dir_recurse = split_list(v);  // accepted; selects nothing by itself
        return true;
-     },
-     nullptr, unbuilt},
+     }},
     {L"-filter_dir", form_value,
      [](mft_entries_ctx& c, const wtext& v, wlist&) {
        c.m_filter_dir = split_list(v);
        return true;
-     },
-     nullptr, unbuilt},
+     }},
     {L"-filter_dir_inode", form_value, [](mft_entries_ctx& c, const wtext& v, wlist&) {
        add_inode_list(c.m_filter_dir_inodes, filter_directory_inode, v);
        return true;

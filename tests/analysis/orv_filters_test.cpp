@@ -28,6 +28,7 @@ entry_record named(const std::wstring& name, uint64_t inode = 0x40, uint64_t par
 
 bool hits(const mft_entries_ctx& options, entry_record& e, bool and_logic = false) {
   scan_state scan;
+  scan_state_for(scan, options);
   scan.m_and_logic = and_logic;
   return or_filters_match(e, options, scan);
 }
@@ -39,6 +40,8 @@ TEST(RecordFilters, EarlyTestAndTimeWindow) {
   options.m_filter_inodes[0x40] = filter_record(filter_inode, L"[root]\\a", 0x40);
   options.m_filter_inodes[0x41] = filter_record(filter_inode, L":ads", 0x41);
   scan_state deleted, plain;
+  scan_state_for(deleted, options);
+  scan_state_for(plain, options);
   deleted.m_deleted_only = true;  // the inode filter is not consulted then
   entry_record live = named(L"a"), gone = named(L"a", 0x41);
   set_header(gone, 0x41, 2, 0);
@@ -113,8 +116,8 @@ TEST(RecordFilters, Signatures) {
   mft_entries_ctx options;
   options.m_signature_filters.emplace_back();
   options.m_signature_filters.back().m_type = 35;
-  EXPECT_FALSE(has_or_filters(options));
   scan_state scan;
+  EXPECT_FALSE(has_or_filters(options, scan));
   entry_record e = named(L"ntuser.dat");
   EXPECT_TRUE(signature_match(e, options, scan));
   CNtfs volume(nullptr, 0);
