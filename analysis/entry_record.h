@@ -157,6 +157,9 @@ class entry_record {
   entry_pool_holder m_pools;
 
   uint16_t header_flags() const { return m_header.flags(); }
+  // Rows are written for base records with standard information; extension records show through
+  // their base record.
+  bool has_rows() const { return !m_is_extension && m_base_ref == 0 && !m_std_infos.empty(); }
   uint16_t link_count() const { return m_header.link_count(); }
   bool in_use() const { return m_header.in_use(); }
   bool is_directory() const { return m_header.is_directory(); }

@@ -470,7 +470,7 @@ void write_timeline_rows(entry_record& entry, const scan_state& scan, default_wr
 void write_default_results(entry_record& entry, const scan_state& scan, default_writer& writer) {
   // Extension records are shown through their base record; a record without standard
   // information has no timeline of its own.
-  if (entry.m_is_extension || entry.m_base_ref != 0 || entry.m_std_infos.empty()) return;
+  if (!entry.has_rows()) return;
   if (!writer.m_table.m_built) build_columns(writer, writer.m_options);
   if (writer.m_table.m_header_pending) {
     if (writer.m_options.m_header_line) table_write_header(writer.m_table, writer.m_out);
@@ -485,9 +485,9 @@ record_sink default_rows_sink(default_writer& writer) {
   sink.m_write = [](void* target, entry_record& entry, const scan_state& scan) {
     default_writer& writer = *static_cast<default_writer*>(target);
     const mft_entries_ctx& ctx = writer.m_options;
-    if (!entry.m_is_extension && entry.m_base_ref == 0 && !entry.m_std_infos.empty()) {
+    if (entry.has_rows()) {
       // Copies and digests first: the rows show them.
-      if (ctx.m_copy_files) extract_record(entry, ctx, scan, [](const attrib_item&, const std::wstring&) {});
+      if (ctx.m_copy_files) extract_record(entry, ctx, scan);
       else hash_unnamed_data(entry, ctx, scan);
     }
     write_default_results(entry, scan, writer);

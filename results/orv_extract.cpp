@@ -266,6 +266,10 @@ size_t extract_record(entry_record& entry, const mft_entries_ctx& ctx, const sca
   return taken;
 }
 
+size_t extract_record(entry_record& entry, const mft_entries_ctx& ctx, const scan_state& scan) {
+  return extract_record(entry, ctx, scan, [](const attrib_item&, const std::wstring&) {});
+}
+
 const attrib_item* hash_unnamed_data(entry_record& entry, const mft_entries_ctx& ctx, const scan_state& scan) {
   digest_request digests;
   digests.m_md5 = ctx.m_hash_md5 != 0;

@@ -38,6 +38,9 @@ bool extract_attribute(entry_record& entry, const mft_entries_ctx& ctx, const sc
 size_t extract_record(entry_record& entry, const mft_entries_ctx& ctx, const scan_state& scan,
                       const std::function<void(const attrib_item&, const std::wstring&)>& copied);
 
+// The same, for rows that do not name each copy: the last copy's path stays in the entry.
+size_t extract_record(entry_record& entry, const mft_entries_ctx& ctx, const scan_state& scan);
+
 // The digests the options ask for, of the record's unnamed data stream, into the entry. Gives
 // that stream (its digests cleared when the read failed), or null when the record has none.
 const attrib_item* hash_unnamed_data(entry_record& entry, const mft_entries_ctx& ctx, const scan_state& scan);

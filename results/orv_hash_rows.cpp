@@ -126,10 +126,10 @@ record_sink hash_rows_sink(hash_writer& writer) {
   sink.m_writer = &writer;
   sink.m_write = [](void* target, entry_record& entry, const scan_state& scan) {
     hash_writer& w = *static_cast<hash_writer*>(target);
-    if (entry.m_is_extension || entry.m_base_ref != 0 || entry.m_std_infos.empty()) return;
+    if (!entry.has_rows()) return;
     // Copies asked for together with a hash list are made too; the list shows the digests.
     if (w.m_options.m_copy_files)
-      extract_record(entry, w.m_options, scan, [](const attrib_item&, const std::wstring&) {});
+      extract_record(entry, w.m_options, scan);
     const attrib_item* hashed = hash_unnamed_data(entry, w.m_options, scan);
     write_hash_rows(entry, scan, w, hashed);
   };

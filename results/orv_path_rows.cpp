@@ -134,7 +134,7 @@ bool is_stub(const entry_record& entry) { return entry.m_file_names.empty(); }
 void write_path_row(entry_record& entry, const scan_state& scan, path_writer& w, const std::string& stream,
                     const std::wstring& extracted) {
   const mft_entries_ctx& ctx = w.m_options;
-  if (entry.m_is_extension || entry.m_base_ref != 0 || entry.m_std_infos.empty()) return;
+  if (!entry.has_rows()) return;
   result_table& table = w.m_table;
   if (!table.m_built) build_columns(w);
   if (table.m_header_pending) {
@@ -249,7 +249,7 @@ record_sink path_rows_sink(path_writer& writer) {
   sink.m_write = [](void* target, entry_record& entry, const scan_state& scan) {
     path_writer& w = *static_cast<path_writer*>(target);
     const mft_entries_ctx& ctx = w.m_options;
-    if (entry.m_is_extension || entry.m_base_ref != 0 || entry.m_std_infos.empty()) return;
+    if (!entry.has_rows()) return;
     if (!ctx.m_copy_files) {
       hash_unnamed_data(entry, ctx, scan);
       write_path_row(entry, scan, w, std::string(), std::wstring());
