@@ -306,6 +306,7 @@ static void categorize_file_name(entry_record& entry, const scan_state& scan, ui
   fn.m_raw = raw;
   fn.m_name = pools.m_wide;
   fn.m_is_dos_name = raw[65] == 2;
+  fn.m_indexed = attr.m_bytes.u8(0x16) & 1;
   fn.m_time_anomaly = false;
   fn.m_anomaly_text.clear();
   fn.m_attrib_id = attr.id();

@@ -37,6 +37,7 @@ struct file_name_entry : file_name_value {
   std::string m_key;                 // path key
   std::wstring m_name;
   bool m_is_dos_name = false;        // namespace 2
+  bool m_indexed = false;            // resident header byte 0x16, bit 0: the name is in its parent's index
   bool m_time_anomaly = false;
   std::string m_anomaly_text;        // empty, "future" or "null"
   uint16_t m_attrib_id = 0;

@@ -8,14 +8,16 @@
 # Cache (big files, kept between runs): $BENCH_CACHE, default /work/bench-cache.
 #
 # 1. An extracted $MFT of RECORDS records, cloned from the feature fixture's $MFT
-#    (bench/synth_mft.py): default format and -csv, both written to a file, next to `cat` of the
+#    (bench/synth_mft.py): default format, -csv, -csvl2t, -bodyfile, -csvperpath and
+#    -filepath_only, each written to a file, next to `cat` of the
 #    same $MFT.
 # 2. A file of $BENCH_DIGEST_MIB (default 512) MiB of pseudo-random bytes, made once: the MD5,
 #    SHA-1 and SHA-256 speed of bench_digest_speed (built next to BRIMLOCK with
 #    -DBRIMLOCK_BENCH=ON; skipped otherwise) next to md5sum, sha1sum and sha256sum, all reading
 #    the file from the page cache.
 # 3. A volume image with many files, made once with mkntfs and ntfs-3g (needs root and FUSE;
-#    skipped otherwise): `brimlock -image X -csv`, again with -action_include_ownersid, next to
+#    skipped otherwise): `brimlock -image X -csv`, again with -action_include_ownersid, then
+#    -bodyfile and -csvl2t, next to
 #    `fls -r -m / X` (sleuthkit), when fls is installed, and `-filter_dir` of one of its
 #    directories as a share of the full walk.
 # 0. Expansion of compressed streams in memory (bench_lznt1_speed next to BRIMLOCK, built with
@@ -77,10 +79,10 @@ cat "$MFT" >/dev/null  # warm the page cache, as for every run below
 measure cat "$MFT"
 row "cat \$MFT" "$WALL" "$RSS" "$RECORDS" - "$MFT_BYTES"
 
-for fmt in default csv; do
+for fmt in default csv csvl2t bodyfile csvperpath filepath_only; do
   res="$OUT/$fmt.txt"
   args=(-mftfile "$MFT" -quiet -out "$res")
-  [ "$fmt" = csv ] && args+=(-csv)
+  [ "$fmt" = default ] || args+=("-$fmt")
   measure "$BIN" "${args[@]}"
   rows=$(( $(wc -l <"$res") - 4 ))
   bytes=$(stat -c %s "$res")
@@ -164,10 +166,18 @@ rm -f "$res"
 measure "$BIN" -image "$IMG" -csv -action_include_ownersid -quiet -out "$res"
 row "  with -action_include_ownersid" "$WALL" "$RSS" "$recs" "$(( $(wc -l <"$res") - 4 ))" "$(stat -c %s "$res")"
 rm -f "$res"
+# The timeline formats side by side with fls, which users of bodyfiles compare first.
+for fmt in bodyfile csvl2t; do
+  measure "$BIN" -image "$IMG" "-$fmt" -quiet -out "$res"
+  row "brimlock -image -$fmt" "$WALL" "$RSS" "$recs" "$(( $(wc -l <"$res") - 4 ))" "$(stat -c %s "$res")"
+  [ "$fmt" = bodyfile ] && BODY_WALL=$WALL
+  rm -f "$res"
+done
 if command -v fls >/dev/null; then
   measure sh -c "fls -r -m / '$IMG' > '$OUT/fls.body'"
   lines=$(wc -l <"$OUT/fls.body")
   row "fls -r -m / (sleuthkit)" "$WALL" "$RSS" - "$lines" "$(stat -c %s "$OUT/fls.body")"
+  echo "  -bodyfile is $(awk -v a="$WALL" -v b="$BODY_WALL" 'BEGIN { if (b <= 0) b = 0.001; printf "%.1f", a / b }')x faster than fls -r -m /"
   rm -f "$OUT/fls.body"
 else
   echo "fls not installed: no comparison"

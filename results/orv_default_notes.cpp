@@ -101,6 +101,33 @@ void append_digest(std::string& out, const uint8_t* bytes, size_t length) {
   if (any) orv::append_hex(out, bytes, length);
 }
 
+void append_digest_items(std::string& out, const entry_record& entry, const char* const labels[3]) {
+  const struct {
+    bool m_has;
+    const uint8_t* m_bytes;
+    size_t m_length;
+  } digests[3] = {{entry.m_has_md5, entry.m_md5.data(), entry.m_md5.size()},
+                  {entry.m_has_sha1, entry.m_sha1.data(), entry.m_sha1.size()},
+                  {entry.m_has_sha256, entry.m_sha256.data(), entry.m_sha256.size()}};
+  for (int i = 0; i < 3; ++i) {
+    if (!digests[i].m_has) continue;
+    const size_t before = out.size();
+    if (!out.empty()) out.append("; ");
+    out.append("[").append(labels[i]);
+    const size_t hex_at = out.size();
+    append_digest(out, digests[i].m_bytes, digests[i].m_length);
+    if (out.size() == hex_at) out.resize(before);  // an all-zero digest was never computed
+    else out.push_back(']');
+  }
+}
+
+void append_name_path(std::string& out, const entry_record& entry, const file_name_entry& name) {
+  auto parent = entry.m_parent_names.find(name.parent_ref());
+  if (parent != entry.m_parent_names.end()) orv::append_utf8_of(out, parent->second.m_path);
+  else out.append("[root]/");
+  orv::append_utf8_of(out, name.m_name);
+}
+
 void append_summary(std::string& out, const entry_record& entry, const mft_entries_ctx& ctx) {
   // Fixed words and numbers are gathered in a local buffer and handed on in few appends.
   char buffer[256];

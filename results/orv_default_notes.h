@@ -40,3 +40,10 @@ void append_summary(std::string& out, const entry_record& entry, const mft_entri
 void append_owner_sid(std::string& out, const entry_record& entry, const scan_state& scan);
 // Lower-case hex of a digest, or nothing when it is all zero.
 void append_digest(std::string& out, const uint8_t* bytes, size_t length);
+// "; [" label digest "]" for each digest the entry holds (MD5, SHA-1, SHA-256), the first without
+// "; " when `out` is empty.
+void append_digest_items(std::string& out, const entry_record& entry, const char* const labels[3]);
+// The directory path of a name and the name behind it; a parent the walk left no path for gives
+// "[root]/" ahead of the name.
+struct file_name_entry;
+void append_name_path(std::string& out, const entry_record& entry, const file_name_entry& name);

@@ -107,23 +107,10 @@ std::string name_extension(const std::wstring& name) {
 
 // The summary of the data attributes, with the digests of the stream last read.
 std::string summary_text(const entry_record& entry, const mft_entries_ctx& ctx) {
-  struct digest_item {
-    bool m_has;
-    const char* m_label;
-    const uint8_t* m_bytes;
-    size_t m_length;
-  } const digests[] = {{entry.m_has_md5, "md5_hash: ", entry.m_md5.data(), entry.m_md5.size()},
-                       {entry.m_has_sha1, "sha1_hash: ", entry.m_sha1.data(), entry.m_sha1.size()},
-                       {entry.m_has_sha256, "sha256_hash: ", entry.m_sha256.data(), entry.m_sha256.size()}};
+  static const char* const k_labels[3] = {"md5_hash: ", "sha1_hash: ", "sha256_hash: "};
   std::string out;
   append_summary(out, entry, ctx);
-  for (const digest_item& d : digests) {
-    std::string hex;
-    if (d.m_has) append_digest(hex, d.m_bytes, d.m_length);
-    if (hex.empty()) continue;
-    if (!out.empty()) out += "; ";
-    out += "[" + std::string(d.m_label) + hex + "]";
-  }
+  append_digest_items(out, entry, k_labels);
   return out;
 }
 

@@ -17,9 +17,13 @@
 #include "base/orv_string.h"
 #include "base/orv_version.h"
 #include "ntfs/ntfs.h"
+#include "results/orv_bodyfile_rows.h"
 #include "results/orv_default_results.h"
 #include "results/orv_hash_rows.h"
+#include "results/orv_l2t_rows.h"
+#include "results/orv_link_paths.h"
 #include "results/orv_path_rows.h"
+#include "results/orv_text_dump.h"
 #include "run/mft_entries_ctx.h"
 #include "run/orv_instances.h"
 #include "run/orv_walk_options.h"
@@ -174,6 +178,21 @@ void say_shortfall(const scan_state& scan) {
                 orv::to_utf8(scan.m_source_text).c_str(), (unsigned long long)have, (unsigned long long)need);
 }
 
+// The writer of the run, first match wins: the record dump of -find_mft, -csv's default rows, the
+// timeline formats, the hash list; then -csvperpath (set also by -action_copy_files), bare paths,
+// and the default rows for all else.
+record_sink choose_sink(const mft_entries_ctx& c, default_writer& rows, path_writer& paths, hash_writer& hashes,
+                        l2t_writer& timeline, bodyfile_writer& body, text_dump_writer& dump, link_paths_writer& links) {
+  if (c.m_find_mft) return text_dump_sink(dump);
+  if (c.m_fmt_csv) return default_rows_sink(rows);
+  if (c.m_fmt_bodyfile) return bodyfile_rows_sink(body);
+  if (c.m_fmt_l2t) return l2t_rows_sink(timeline);
+  if (c.m_hash_list_format) return hash_rows_sink(hashes);
+  if (c.m_csvperpath) return path_rows_sink(paths);
+  if (c.m_filepath_only) return link_paths_sink(links);
+  return default_rows_sink(rows);
+}
+
 // Picks the scans: the inode list alone, or a full scan, an unallocated pass, or both in turn.
 void run_scans(const mft_entries_ctx& c, results_stream& out) {
   scan_state scan;
@@ -181,11 +200,11 @@ void run_scans(const mft_entries_ctx& c, results_stream& out) {
   default_writer writer(c, out);
   path_writer paths(c, out);
   hash_writer hashes(c, out);
-  // -hashfile takes the hash rows; -csvperpath, set also by -action_copy_files, the per-path rows;
-  // all else the default.
-  const record_sink sink = c.m_hash_list_format ? hash_rows_sink(hashes)
-                           : c.m_csvperpath     ? path_rows_sink(paths)
-                                                : default_rows_sink(writer);
+  l2t_writer timeline(c, out);
+  bodyfile_writer body(c, out);
+  text_dump_writer dump(c, out);
+  link_paths_writer links(c, out);
+  const record_sink sink = choose_sink(c, writer, paths, hashes, timeline, body, dump, links);
   if (!ensure_source_open(c, scan)) return say_problem(scan);
   say_shortfall(scan);
   for (const std::string& text : scan.m_notices)

@@ -223,8 +223,7 @@ const walk_option k_head_group[] = {
        c.m_fmt_l2t = c.m_fmt_bodyfile = 0;
        set_output_kind(c, &mft_entries_ctx::m_filepath_only);
        return true;
-     },
-     nullptr, unbuilt},
+     }},
     {L"", form_always, [](mft_entries_ctx& c, const wtext&, wlist&) {
        // The timeline and CSV formats cancel the per-path, path-only, hash and default layouts.
        if (c.m_fmt_csv) set_output_kind(c, nullptr);
@@ -454,8 +453,7 @@ const walk_option k_walk_options[] = {
        c.m_include_header = 1;
        c.m_header_size = 2048;
        return true;
-     },
-     nullptr, unbuilt},
+     }},
     // The value is dropped: only the capture switch is set.
     {L"-action_include_header_ex", form_value,
      [](mft_entries_ctx& c, const wtext&, wlist&) {
@@ -569,8 +567,6 @@ int parse_walk_options(mft_entries_ctx& ctx, const std::vector<std::string>& arg
     if (!run_walk_option(ctx, row, wide)) break;
   for (const walk_option& row : k_walk_options)
     if (!run_walk_option(ctx, row, wide)) return -1;
-  if (ctx.m_fmt_l2t) note_unbuilt(ctx, "-csvl2t");
-  if (ctx.m_fmt_bodyfile) note_unbuilt(ctx, "-bodyfile");
 
   int status = choose_source(ctx, wide);
   // The list separator follows the field separator, whatever an option set there before.

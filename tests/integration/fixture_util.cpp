@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 
 #include "base/orv_string.h"
@@ -123,6 +124,25 @@ results parse_results(const std::string& text, const std::string& separator, siz
 
 uint64_t parse_number(const std::string& cell) {
   return cell.compare(0, 2, "0x") == 0 ? std::stoull(cell.substr(2), nullptr, 16) : std::stoull(cell);
+}
+
+bool ms_cells(const std::string& t7, std::string& date, std::string& time) {
+  date = time = "";
+  if (t7 == "-" || t7 == "absent" || t7.empty()) return false;
+  if (t7.size() < 23 || t7.compare(0, 4, "raw:") == 0) return true;  // not displayable
+  int year = std::stoi(t7.substr(0, 4));
+  if (year < 1900 || year > 3000 || t7.compare(0, 19, "1970-01-01 00:00:00") == 0) return true;
+  date = t7.substr(0, 10), time = t7.substr(11, 12);  // hh:mm:ss.mmm, truncated
+  return true;
+}
+
+int64_t unix_seconds(const std::string& t7) {
+  if (t7.size() < 19) return 0;
+  std::tm tm{};
+  tm.tm_year = std::stoi(t7.substr(0, 4)) - 1900, tm.tm_mon = std::stoi(t7.substr(5, 2)) - 1;
+  tm.tm_mday = std::stoi(t7.substr(8, 2)), tm.tm_hour = std::stoi(t7.substr(11, 2));
+  tm.tm_min = std::stoi(t7.substr(14, 2)), tm.tm_sec = std::stoi(t7.substr(17, 2));
+  return int64_t(timegm(&tm));
 }
 
 }  // namespace fixtures

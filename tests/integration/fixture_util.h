@@ -65,6 +65,13 @@ struct results {
   std::vector<std::vector<std::string>> rows;
   std::string cell(size_t row, const std::string& name) const;
 };
+// "YYYY-MM-DD hh:mm:ss.fffffff" -> the date and time cells at millisecond precision, both empty
+// when the instant is not displayable (year outside 1900..3000, or the first second of 1970).
+// False for "-" and "absent".
+bool ms_cells(const std::string& t7, std::string& date, std::string& time);
+// The same instant in whole seconds since 1970 (negative before it); 0 for "-".
+int64_t unix_seconds(const std::string& t7);
+
 results parse_results(const std::string& text, const std::string& separator, size_t preamble_lines = 3);
 
 }  // namespace fixtures

@@ -47,19 +47,6 @@ const source_row kSources[] = {
 
 using row_key = std::tuple<std::string, std::string, std::string, std::string>;  // name, path, date, time
 
-// "YYYY-MM-DD hh:mm:ss.fffffff" -> the date and time cells at millisecond precision, both empty
-// when the instant is not displayable (year outside 1900..3000, or the first second of 1970).
-// False for "-" and "absent".
-bool ms_cells(const std::string& t7, std::string& date, std::string& time) {
-  date = time = "";
-  if (t7 == "-" || t7 == "absent" || t7.empty()) return false;
-  if (t7.size() < 23 || t7.compare(0, 4, "raw:") == 0) return true;  // not displayable
-  int year = std::stoi(t7.substr(0, 4));
-  if (year < 1900 || year > 3000 || t7.compare(0, 19, "1970-01-01 00:00:00") == 0) return true;
-  date = t7.substr(0, 10), time = t7.substr(11, 12);  // hh:mm:ss.mmm, truncated
-  return true;
-}
-
 // Text as the writer puts it in a cell: the separator character replaced.
 std::string cell_text(std::string text, bool csv) {
   std::replace(text.begin(), text.end(), csv ? ',' : '|', csv ? ' ' : ';');
@@ -88,7 +75,7 @@ std::map<std::pair<std::string, std::string>, std::string> single_name_marks(con
   std::map<std::pair<std::string, std::string>, std::string> out;
   for (const auto& m : marks) {
     std::string d, t;
-    ms_cells(m.first, d, t);
+    fixtures::ms_cells(m.first, d, t);
     std::string cell = m.second[0].empty() ? "" : "si:[" + m.second[0] + "]";
     if (!m.second[1].empty()) cell += (cell.empty() ? "fn:[" : "; fn:[") + m.second[1] + "]";
     auto added = out.emplace(std::make_pair(d, t), cell);
@@ -138,7 +125,7 @@ comparison compare(const fixtures::facts& f, const fixtures::results& r, bool ex
     std::set<std::string> dos_names, extensions, deleted_paths;
     std::string d, t, dir;
     for (const auto& s : rec.si)
-      if (names.empty() && ms_cells(s, d, t)) expected.insert(row_key("<no filename attribute>", "<no path>", d, t));
+      if (names.empty() && fixtures::ms_cells(s, d, t)) expected.insert(row_key("<no filename attribute>", "<no path>", d, t));
     if (names.empty()) extensions.insert("none");
     for (const fixtures::fact_name* n : names) {
       parents.insert({n->parent, n->parent_seq});
@@ -149,7 +136,7 @@ comparison compare(const fixtures::facts& f, const fixtures::results& r, bool ex
       extensions.insert(cell_text(ext, csv));
       std::string parent = f.dir_path(n->parent, dir) ? cell_text(path_cell(dir), csv) : "\x01unknown parent";
       for (int k = 0; k < 8; ++k)
-        if (ms_cells(k < 4 ? rec.si[k] : n->fn[k - 4], d, t))
+        if (fixtures::ms_cells(k < 4 ? rec.si[k] : n->fn[k - 4], d, t))
           expected.insert(row_key(cell_text(n->name, csv), rec.allocated ? parent : "", d, t));
     }
     for (const auto& p : f.paths) {

@@ -118,7 +118,7 @@ TEST(WalkOptions, TimeWindowAndRanges) {
 }
 
 TEST(WalkOptions, OutputFormatsResultsPathAndCopyDirectory) {
-  // -default_output clears -bodyfile, which is not built and would stop the run.
+  // -default_output clears -bodyfile.
   mft_entries_ctx def;
   walk(def, {"-default_output", "-bodyfile"});
   EXPECT_TRUE(def.m_fmt_bodyfile == 0 && def.m_unbuilt_option.empty());

@@ -1,0 +1,49 @@
+#include "results/orv_link_paths.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "analysis/entry_record.h"
+#include "base/orv_results_stream.h"
+#include "base/orv_string.h"
+#include "run/mft_entries_ctx.h"
+
+void write_hard_link_paths(const entry_record& entry, const scan_state& scan, results_stream& out,
+                           const std::string& stream) {
+  (void)scan;
+  if (entry.m_file_names.empty() || entry.m_is_extension || entry.is_directory()) return;
+  // By the record that holds each name, names of one record in their sorted order. A name held by
+  // an extension record was read with it when the entry was built: a record that could not be
+  // read left no name behind.
+  std::vector<const file_name_entry*> names;
+  for (const auto& kv : entry.m_file_names) names.push_back(&kv.second);
+  std::stable_sort(names.begin(), names.end(),
+                   [](const file_name_entry* a, const file_name_entry* b) { return a->m_inode < b->m_inode; });
+  static const std::wstring k_root = L"[root]";
+  static const std::wstring k_corrupted = L"<path corrupted>";
+  std::string line;
+  for (const file_name_entry* fn : names) {
+    auto parent = entry.m_parent_names.find(fn->parent_ref());
+    if (parent == entry.m_parent_names.end()) continue;
+    const std::wstring& path = parent->second.m_path;
+    // A broken chain names no place the file can be found at.
+    if (path.find(k_corrupted) != std::wstring::npos) continue;
+    line.clear();
+    const bool rooted = path.compare(0, k_root.size(), k_root) == 0;
+    orv::append_utf8_of(line, rooted ? path.substr(k_root.size()) : path);
+    orv::append_utf8_of(line, fn->m_name);
+    if (!stream.empty()) line.append(":").append(stream);
+    line.push_back('\n');
+    out.write(line);
+  }
+}
+
+record_sink link_paths_sink(link_paths_writer& writer) {
+  record_sink sink;
+  sink.m_writer = &writer;
+  sink.m_write = [](void* target, entry_record& entry, const scan_state& scan) {
+    link_paths_writer& w = *static_cast<link_paths_writer*>(target);
+    write_hard_link_paths(entry, scan, w.m_out, std::string());
+  };
+  return sink;
+}

@@ -1,0 +1,59 @@
+// Bodyfile rows built from entries in memory. Whole volumes are compared with sleuthkit and fed to
+// mactime in tests/integration/timeline_test.cpp.
+#include <gtest/gtest.h>
+
+#include "analysis/orv_scan_state.h"
+#include "base/orv_results_stream.h"
+#include "results/orv_bodyfile_rows.h"
+#include "run/mft_entries_ctx.h"
+#include "tests/results/entry_fixture.h"
+
+using namespace fixture;
+using testutil::filetime;
+
+TEST(BodyfileRows, OneRowPerAttributeWithNotesAndWholeSeconds) {
+  const uint64_t T1 = filetime(2020, 1, 2, 3, 4, 5, 9999999), T2 = filetime(1969, 12, 31, 23, 59, 59);
+  entry_record e;
+  set_header(e, 0x2a, 3, 0);  // deleted
+  add_si(e, T1, T1, T1, T1);
+  add_fn(e, k_root, L"Long|Name.txt", 1, T1, T1, T1, T1);  // times as SI: one row
+  add_fn(e, k_root, L"LONGNA~1.TXT", 2, T2, 0, T1, T1);
+  add_fn(e, 0x40 | (1ull << 48), L"link.txt", 1, T2, T2, T2, T2, 0x55);  // held by an extension record
+  e.m_parent_names[k_root].m_path = L"[root]\\";
+  e.m_parent_names.erase(0x40 | (1ull << 48));  // no path known for it
+  add_data(e, 1, L"", 300);
+  e.m_has_md5 = true;
+  e.m_md5[0] = 0xab;
+  entry_record stub;
+  set_header(stub, 7, 1, FR_FLAG_IN_USE);
+  add_si(stub, T1, 0, T1, T1);
+
+  for (int hide = 0; hide < 2; ++hide) {
+    mft_entries_ctx options;
+    options.m_fmt_bodyfile = options.m_no_whitespace = options.m_hash_md5 = 1;
+    options.set_separator("|", false);
+    options.m_hide_dos_fntimes = uint8_t(hide);
+    std::string path = testutil::make_temp_dir("body") + "/rows.txt";
+    results_stream out;
+    ASSERT_TRUE(out.open_file(path));
+    bodyfile_writer writer(options, out);
+    write_bodyfile(e, scan_state(), writer);
+    write_bodyfile(stub, scan_state(), writer);
+    out.close();
+    const std::string md5 = "ab000000000000000000000000000000";
+    std::string expected = "md5|name|inode|mode as string|uid|gid|size|access time|modify time|mft time|create time\n";
+    // Names in key order (parent, then name): the DOS name before the long one.
+    if (!hide)
+      expected += md5 + "|[root]\\LONGNA~1.TXT (deleted; file; multinames [3]; multiroots [2]; SI times)|42||0|0|300|"
+                        "1577934245|1577934245|1577934245|1577934245\n" +
+                  md5 + "|[root]\\LONGNA~1.TXT (deleted; file; multinames [3]; multiroots [2]; FN times)|42||0|0|300|"
+                        "1577934245|0|1577934245|-1\n";
+    expected += md5 +
+                "|[root]\\Long;Name.txt (deleted; file; multinames [3]; multiroots [2]; SI & FN times match)|42||0|0|300|"
+                "1577934245|1577934245|1577934245|1577934245\n";
+    expected += md5 + "|[root]/link.txt (deleted; file; multinames [3]; multiroots [2]; refinode [0x00000055]; FN "
+                      "times)|42||0|0|300|-1|-1|-1|-1\n"
+                      "0|<no filename attribute> (SI times)|7||0|0|0|1577934245|0|1577934245|1577934245\n";
+    EXPECT_EQ(testutil::read_text(path), expected);
+  }
+}
