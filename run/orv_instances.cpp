@@ -218,6 +218,8 @@ int run_instances(const mft_entries_ctx& c, uint32_t instance_count, const std::
   fprintf(stderr, "%2d instances spawned\n", int(instance_count));
 
   bool headed = false;  // the merged file has its heading line
+  // Bare paths and the record dump have no heading line: every child's lines are rows.
+  const bool headings = c.m_header_line && !c.m_filepath_only && !c.m_find_mft;
   for (uint32_t i = 0; i < instance_count; ++i) {
     int status = 0;
     if (children.m_pids[i] > 0) ::waitpid(children.m_pids[i], &status, 0);
@@ -234,7 +236,7 @@ int run_instances(const mft_entries_ctx& c, uint32_t instance_count, const std::
       head.resize(got > 0 ? size_t(got) : 0);
       // The heading comes from the first child that wrote one: a first slice that selected
       // nothing wrote none.
-      size_t from = merge_start(head, !headed);
+      size_t from = merge_start(head, !headed || !headings);
       if (from != std::string::npos && from < head.size()) headed = true;
       int out = from == std::string::npos ? -1 : ::open(out_path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
       if (out >= 0) {

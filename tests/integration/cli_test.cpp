@@ -134,16 +134,19 @@ TEST(Cli, OutToDevNullLeavesTheDeviceInPlace) {
 TEST(Cli, CpuInstancesMergeToTheRowsOfOneRun) {
   std::string mft = fixtures::path("feature.mft"), dir = fixtures::scratch_dir("cli_cpu");
   ASSERT_FALSE(mft.empty());
-  std::string merged[2];
-  for (int cpu : {0, 1}) {
-    auto r = run_brimlock("-mftfile " + q(mft) + " -csv -quiet" + (cpu ? " -cpu 3" : "") + " -out " +
-                          q(dir + "/r.csv"));
-    EXPECT_EQ(r.status, 0) << r.err;
-    merged[cpu] = testutil::read_text(dir + "/r.csv");
-    merged[cpu].erase(0, merged[cpu].find("\n\n"));  // the command lines differ
+  // Formats with a heading line and without one (bare paths: every child's lines are rows).
+  for (const char* format : {"-csv", "-bodyfile", "-csvl2t", "-filepath_only"}) {
+    std::string merged[2];
+    for (int cpu : {0, 1}) {
+      auto r = run_brimlock("-mftfile " + q(mft) + " " + format + " -quiet" + (cpu ? " -cpu 3" : "") + " -out " +
+                            q(dir + "/r.csv"));
+      EXPECT_EQ(r.status, 0) << r.err;
+      merged[cpu] = testutil::read_text(dir + "/r.csv");
+      merged[cpu].erase(0, merged[cpu].find("\n\n"));  // the command lines differ
+    }
+    EXPECT_GT(merged[0].size(), 1000u) << format;
+    EXPECT_EQ(merged[1], merged[0]) << format;
   }
-  EXPECT_GT(merged[0].size(), 1000u);
-  EXPECT_EQ(merged[1], merged[0]);
   // A first slice that selects nothing: the heading comes from the child that has rows.
   run_brimlock("-mftfile " + q(mft) + " -csv -quiet -filter_name streams.txt -cpu 2 -out " + q(dir + "/r.csv"));
   EXPECT_NE(testutil::read_text(dir + "/r.csv").find("\n\nmft entry,"), std::string::npos);
