@@ -66,6 +66,10 @@ inline void add_run_options(std::vector<std::string>& args, uint32_t bits) {
   // Copies go to a directory of this process that run_main empties after every run.
   if (bits & 0x10000) args.insert(args.end(), {"-hashfile", "md5|sha1"});
   if (bits & 0x20000) args.push_back("-action_include_ownersid");
+  // The timeline formats, bare paths and the record dump of a record the input picks.
+  static const char* const timelines[] = {nullptr, "-csvl2t", "-bodyfile", "-filepath_only"};
+  if (const char* f = timelines[(bits >> 18) & 3]) args.push_back(f);
+  if ((bits & 0x300000) == 0x300000) args.insert(args.end(), {"-find_mft", std::to_string((bits >> 22) & 0x3F)});
   if (bits & 0x4000) args.insert(args.end(), {"-action_copy_files", copy_directory(), bits & 0x8000 ? "-raw" : "-all"});
   args.insert(args.end(), {"-quiet", "-out", "/dev/null"});
 }
