@@ -107,10 +107,7 @@ void write_bodyfile(entry_record& entry, const scan_state& scan, bodyfile_writer
   }
 
   // Notes that every name of the record shares.
-  std::vector<uint64_t> parents;
-  for (const auto& kv : entry.m_file_names) parents.push_back(kv.second.parent_ref());
-  std::sort(parents.begin(), parents.end());
-  const size_t roots = size_t(std::unique(parents.begin(), parents.end()) - parents.begin());
+  const size_t roots = distinct_parent_count(entry);
   const bool hex = ctx.m_hex_numbers != 0;
   std::string head, tail;
   if (!entry.in_use()) head.append("deleted; ");

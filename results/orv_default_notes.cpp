@@ -121,6 +121,18 @@ void append_digest_items(std::string& out, const entry_record& entry, const char
   }
 }
 
+size_t distinct_parent_count(const entry_record& entry) {
+  // A record has a handful of names: compare each with those before it.
+  size_t count = 0;
+  for (auto it = entry.m_file_names.begin(); it != entry.m_file_names.end(); ++it) {
+    bool seen = false;
+    for (auto before = entry.m_file_names.begin(); before != it && !seen; ++before)
+      seen = before->second.parent_ref() == it->second.parent_ref();
+    if (!seen) ++count;
+  }
+  return count;
+}
+
 void append_name_path(std::string& out, const entry_record& entry, const file_name_entry& name) {
   auto parent = entry.m_parent_names.find(name.parent_ref());
   if (parent != entry.m_parent_names.end()) orv::append_utf8_of(out, parent->second.m_path);

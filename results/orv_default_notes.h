@@ -1,6 +1,7 @@
 #pragma once
 // Per-record texts of the default rows: type, extension, digests, the data summary and the
 // "other info" notes. Built once per record and shared by all of its rows.
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -38,6 +39,8 @@ void append_summary(std::string& out, const entry_record& entry, const mft_entri
 // "; [owner_sid: " SID "]" when the volume's descriptors know the record's security id; nothing
 // otherwise (no volume, no such id, no owner).
 void append_owner_sid(std::string& out, const entry_record& entry, const scan_state& scan);
+// The number of distinct parent references among the record's names.
+size_t distinct_parent_count(const entry_record& entry);
 // Lower-case hex of a digest, or nothing when it is all zero.
 void append_digest(std::string& out, const uint8_t* bytes, size_t length);
 // "; [" label digest "]" for each digest the entry holds (MD5, SHA-1, SHA-256), the first without

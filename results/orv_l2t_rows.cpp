@@ -40,7 +40,8 @@ struct l2t_row_scratch {
   std::vector<macb_row> m_grouped;
   std::vector<pending_row> m_rows;
   std::vector<name_texts> m_names;
-  std::string m_filename, m_inode, m_extra, m_fixed, m_work, m_date, m_clock, m_line;
+  std::string m_format;  // the tool's name and " (orvenna)"
+  std::string m_record_notes, m_notes, m_filename, m_inode, m_extra, m_work, m_date, m_clock, m_line;
 };
 
 l2t_writer::l2t_writer(const mft_entries_ctx& options, results_stream& out)
@@ -135,6 +136,7 @@ void write_l2t(entry_record& entry, const scan_state& scan, l2t_writer& w) {
   l2t_row_scratch& scratch = *w.m_scratch;
   if (!scratch.m_layout_ready) {
     layout_from_options(scratch.m_layout, ctx);
+    scratch.m_format = ctx.m_tool_name + " (orvenna)";
     scratch.m_layout_ready = true;
   }
   if (w.m_header_pending) {
@@ -147,7 +149,7 @@ void write_l2t(entry_record& entry, const scan_state& scan, l2t_writer& w) {
   const si_entry& si = entry.m_std_infos.begin()->second;
   const macb_set si_set{{si.modified(), si.accessed(), si.mft_modified(), si.created()}, "$SI:"};
 
-  std::string record_notes;
+  std::string& record_notes = scratch.m_record_notes;
   record_notes_text(record_notes, entry);
   scratch.m_rows.clear();
   size_t used = 0;
@@ -168,11 +170,9 @@ void write_l2t(entry_record& entry, const scan_state& scan, l2t_writer& w) {
     append_clean_text(texts.m_notes, record_notes, layout, false);
     queue_rows(scratch, 0, si_set);
   } else {
-    std::vector<uint64_t> parents;
-    for (const auto& kv : entry.m_file_names) parents.push_back(kv.second.parent_ref());
-    std::sort(parents.begin(), parents.end());
-    const size_t roots = size_t(std::unique(parents.begin(), parents.end()) - parents.begin());
-    std::string notes, work;
+    const size_t roots = distinct_parent_count(entry);
+    std::string& notes = scratch.m_notes;
+    std::string& work = scratch.m_work;
     for (const auto& kv : entry.m_file_names) {
       const file_name_entry& fn = kv.second;
       if (fn.m_is_dos_name && ctx.m_hide_dos_fntimes) continue;
@@ -223,7 +223,6 @@ void write_l2t(entry_record& entry, const scan_state& scan, l2t_writer& w) {
   build_extra(scratch.m_work, entry, ctx, scan);
   scratch.m_extra.clear();
   append_clean_text(scratch.m_extra, scratch.m_work, layout, false);
-  const std::string format = ctx.m_tool_name + " (orvenna)";
 
   const bool windowed = ctx.m_filter_start_time || ctx.m_filter_stop_time;
   std::string& line = scratch.m_line;
@@ -249,7 +248,7 @@ void write_l2t(entry_record& entry, const scan_state& scan, l2t_writer& w) {
     line.append(separator).append(scratch.m_filename);
     line.append(separator).append(scratch.m_inode);
     line.append(separator).append(texts.m_notes);
-    line.append(separator).append(format);
+    line.append(separator).append(scratch.m_format);
     line.append(separator).append(scratch.m_extra);
     line.push_back('\n');
   }

@@ -132,11 +132,6 @@ void write_path_row(entry_record& entry, const scan_state& scan, path_writer& w,
   result_row& row = table.m_row;
   const si_entry& si = entry.m_std_infos.begin()->second;
 
-  std::vector<uint64_t> parents;
-  for (const auto& kv : entry.m_file_names) parents.push_back(kv.second.parent_ref());
-  std::sort(parents.begin(), parents.end());
-  parents.erase(std::unique(parents.begin(), parents.end()), parents.end());
-
   // The cells every row of the record shares.
   row_clear(row);
   set_number(row, w.m_col_entry, cell_int64, entry.m_inode);
@@ -177,7 +172,7 @@ void write_path_row(entry_record& entry, const scan_state& scan, path_writer& w,
   }
 
   const std::string names = count_note("multinames [", entry.m_file_names.size());
-  const std::string roots = count_note("multiroots [", parents.size());
+  const std::string roots = count_note("multiroots [", distinct_parent_count(entry));
   std::string links;
   for (const auto& kv : entry.m_reparse_targets) add_part(links, orv::to_utf8(kv.second));
   add_part(links, names);
