@@ -8,6 +8,7 @@
 #include "analysis/orv_head_bytes.h"
 #include "analysis/orv_paths.h"
 #include "analysis/orv_record_sink.h"
+#include "analysis/orv_regen_mft.h"
 #include "analysis/orv_scan_state.h"
 #include "analysis/orv_time_analysis.h"
 #include "base/orv_console.h"
@@ -34,6 +35,15 @@ static void adopt_volume(scan_state& scan, std::unique_ptr<CNtfs> volume, const 
   }
   scan.m_source.adopt_volume(std::move(volume));
   take_volume(scan, *scan.m_source.volume());
+}
+
+// -regen_mft: a volume just opened reads its records from an MFT carved out of the whole volume
+// when the carving gives one; otherwise the run goes on with the volume's own $MFT.
+static void carve_mft(const mft_entries_ctx& options, scan_state& scan, CNtfs& volume) {
+  carve_context ctx;
+  ctx.m_log = &scan.log();
+  ctx.m_progress = options.m_progress;
+  if (regen_mft(volume, ctx)) take_volume(scan, volume);
 }
 
 static bool starts_with_two_backslashes(const std::wstring& name) {
@@ -65,9 +75,14 @@ bool ensure_source_open(const mft_entries_ctx& options, scan_state& scan) {
     resolve_filter_paths(options, scan);
     return true;
   }
-  if (!options.m_vmdk_list.empty()) return false;  // VMDK chains are not readable in this build
   std::string why;
-  if (options.m_drive_num != 0xFFFFFFFFu) {
+  if (!options.m_vmdk_list.empty()) {
+    // "vmdk file(s): 'a'; 'b'", each disk of the chain as the run names it.
+    std::wstring names;
+    for (const std::wstring& name : options.m_vmdk_list) names += (names.empty() ? L"'" : L"; '") + name + L"'";
+    scan.m_source_text = std::wstring(L"vmdk file") + (options.m_vmdk_list.size() > 1 ? L"s" : L"") + L": " + names;
+    adopt_volume(scan, open_volume_vmdk(options.m_vmdk_list, options.m_vmdk_offset, &why), why);
+  } else if (options.m_drive_num != 0xFFFFFFFFu) {
     scan.m_source_text = L"physical drive: " + std::to_wstring(options.m_drive_num);
     adopt_volume(scan, open_volume_drive(options.m_drive_num, options.m_volume_offset, &why), why);
   } else if (!options.m_image_volume_path.empty() || !options.m_image_path.empty()) {
@@ -85,6 +100,7 @@ bool ensure_source_open(const mft_entries_ctx& options, scan_state& scan) {
     scan.m_source_text = options.m_mounted_vmdk;
     adopt_volume(scan, open_volume_path(options.m_mounted_vmdk, options.m_volume_offset, &why), why);
   }
+  if (options.m_regen_mft && source.volume()) carve_mft(options, scan, *source.volume());
   if (!scan.m_problem.empty())
     log_line(scan.log(), "source %s not opened: %s", orv::to_utf8(scan.m_source_text).c_str(), scan.m_problem.c_str());
   if (source.is_open()) resolve_filter_paths(options, scan);

@@ -128,7 +128,8 @@ if [ ! -f "$IMG" ]; then
   echo "building $IMG ($IMAGE_FILES files, once) ..."
   MNT="$OUT/mnt"
   mkdir -p "$MNT"
-  truncate -s 1G "$IMG.tmp"
+  # 1 KiB per record of $MFT, a cluster for every tenth file, directory indexes: 4 KiB a file is ample.
+  truncate -s "$(( (IMAGE_FILES * 4096 >> 30) + 1 ))G" "$IMG.tmp"
   mkntfs -F -q -f -c 4096 -L MANY "$IMG.tmp" >/dev/null 2>&1
   ntfs-3g -o no_def_opts "$IMG.tmp" "$MNT"
   python3 - "$MNT" "$IMAGE_FILES" <<'EOF'

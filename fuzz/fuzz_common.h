@@ -70,6 +70,7 @@ inline void add_run_options(std::vector<std::string>& args, uint32_t bits) {
   static const char* const timelines[] = {nullptr, "-csvl2t", "-bodyfile", "-filepath_only"};
   if (const char* f = timelines[(bits >> 18) & 3]) args.push_back(f);
   if ((bits & 0x300000) == 0x300000) args.insert(args.end(), {"-find_mft", std::to_string((bits >> 22) & 0x3F)});
+  if (bits & 0x10000000) args.push_back("-regen_mft");  // a volume carves its MFT first
   if (bits & 0x4000) args.insert(args.end(), {"-action_copy_files", copy_directory(), bits & 0x8000 ? "-raw" : "-all"});
   args.insert(args.end(), {"-quiet", "-out", "/dev/null"});
 }

@@ -13,6 +13,7 @@
 #include "ntfs/orv_record_header.h"
 #include "ntfs/orv_stream.h"
 #include "storage/orv_disk_structs.h"
+#include "storage/orv_vmdk.h"
 
 using orv::le16;
 using orv::le32;
@@ -73,6 +74,13 @@ uint32_t NTFS_BOOT::sectors_per_cluster() const { return ntfs_sectors_per_cluste
 uint64_t NTFS_BOOT::total_sectors() const { return le64(m_bytes + 40); }
 uint64_t NTFS_BOOT::mft_lcn() const { return le64(m_bytes + 48); }
 int8_t NTFS_BOOT::clusters_per_record() const { return int8_t(m_bytes[64]); }
+uint32_t NTFS_BOOT::record_size() const {
+  const int8_t per_record = clusters_per_record();
+  uint64_t size = per_record < 0 ? uint64_t(1) << ((256 - uint8_t(per_record)) % 32)
+                                 : uint64_t(bytes_per_sector()) * sectors_per_cluster() * uint8_t(per_record);
+  if (size == 0) size = 1024;
+  return size < MIN_RECORD_SIZE || size > MAX_RECORD_SIZE ? 0 : uint32_t(size);
+}
 bool NTFS_BOOT::oem_ok() const { return std::memcmp(m_bytes + 3, "NTFS    ", 8) == 0; }
 
 CNtfs::CNtfs(std::unique_ptr<RAW_DISK_IO> disk, uint64_t volume_offset)
@@ -245,17 +253,8 @@ bool CNtfs::volume_open(uint64_t* mft_pos) {
   if (cluster_bytes == 0 || cluster_bytes > INT32_MAX)
     return refuse("impossible bytes per sector or sectors per cluster");
   m_cluster_size = int32_t(cluster_bytes);
-  int8_t per_record = m_boot.clusters_per_record();
-  if (per_record < 0) {
-    // Negative: the record size is 2^-v bytes, whatever the cluster size.
-    m_mft_record_size = uint32_t(1) << ((256 - uint8_t(per_record)) % 32);
-  } else {
-    const uint64_t size = uint64_t(m_cluster_size) * uint32_t(per_record);
-    m_mft_record_size = size > MAX_RECORD_SIZE ? MAX_RECORD_SIZE + 1 : uint32_t(size);  // refused below
-  }
-  if (m_mft_record_size == 0) m_mft_record_size = 1024;
-  if (m_mft_record_size > MAX_RECORD_SIZE || m_mft_record_size < MIN_RECORD_SIZE)
-    return refuse("impossible file record size");
+  m_mft_record_size = m_boot.record_size();
+  if (m_mft_record_size == 0) return refuse("impossible file record size");
   m_total_clusters = spc ? m_boot.total_sectors() / spc : 0;
   if (m_boot.mft_lcn() > (UINT64_MAX - m_volume_offset) / uint64_t(m_cluster_size) - 1)
     return refuse("$MFT placed past any source");
@@ -334,9 +333,10 @@ bool CNtfs::read_record_raw(uint64_t inode, std::vector<uint8_t>& out) {
   if (!m_disk) return false;
   uint32_t rs = record_size();
   if (m_use_mft_image) {
-    if (inode > UINT64_MAX / rs - 1 || uint64_t(rs) * inode + rs > m_mft_image.size()) return false;
-    out.assign(m_mft_image.begin() + int64_t(rs * inode), m_mft_image.begin() + int64_t(rs * inode + rs));
-    return true;
+    // A hole reads as a zero record, which has no "FILE" mark and is refused by every reader.
+    if (inode >= m_mft_image.size()) return false;
+    out.assign(rs, 0);
+    return m_mft_image[inode] == 0 || read_exact(m_disk.get(), m_mft_image[inode], out.data(), rs);
   }
   out.resize(rs);
   uint64_t previous = m_last_inode;
@@ -389,6 +389,16 @@ bool CNtfs::read_record_raw(uint64_t inode, std::vector<uint8_t>& out) {
   m_window_first = inode;
   m_window_count = std::min<uint64_t>(n, (got - rs) / stride + 1);  // a read cut by the source end
   std::memcpy(out.data(), m_window.data(), rs);
+  return true;
+}
+
+bool CNtfs::use_carved_mft(std::vector<uint64_t> offsets, uint32_t record_size) {
+  if (record_size != this->record_size() || offsets.size() <= 4096 / record_size) return false;
+  m_mft_image = std::move(offsets);
+  m_use_mft_image = true;
+  m_mft_inode_count = m_mft_image.size();
+  m_window.clear();
+  m_window_count = 0;
   return true;
 }
 
@@ -448,6 +458,25 @@ std::unique_ptr<CNtfs> open_volume_drive(uint32_t drive, uint64_t offset, std::s
     if (why) *why = "the drive cannot be opened";
     return nullptr;
   }
+  return validated(std::move(disk), offset, why);
+}
+
+std::unique_ptr<CNtfs> open_volume_vmdk(const std::vector<std::wstring>& list, uint64_t offset, std::string* why) {
+  std::unique_ptr<RAW_DISK_IO> disk(new RAW_DISK_IO());
+  if (!disk->open_vmdk(list, false)) {
+    if (why) *why = "the vmdk chain cannot be opened";
+    return nullptr;
+  }
+  if (offset == 0 && !volume_at(*disk, 0)) {
+    const std::vector<uint64_t>& found = disk->m_vmdk->m_base->m_partition_offsets;
+    for (uint64_t at : found)
+      if (volume_at(*disk, at)) {
+        offset = at;
+        break;
+      }
+    if (offset == 0 && !found.empty()) offset = found.front();
+  }
+  disk->m_start_offset = offset;
   return validated(std::move(disk), offset, why);
 }
 

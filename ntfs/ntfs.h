@@ -19,6 +19,9 @@ struct NTFS_BOOT {
   uint64_t total_sectors() const;
   uint64_t mft_lcn() const;
   int8_t clusters_per_record() const;
+  // File record size: 2^-v bytes for a negative field, else clusters; 0 when no record could be
+  // that size.
+  uint32_t record_size() const;
   bool oem_ok() const;  // "NTFS    " at offset 3
 };
 
@@ -72,6 +75,10 @@ class CNtfs {
   // call. False when the volume has no readable $SDS.
   bool ensure_secure_map(const diag_sink* log = nullptr);
   uint64_t mft_inode_count() const { return m_mft_inode_count; }
+  // Takes a carved MFT (disk offsets by record number, 0 for a hole) laid out for records of
+  // `record_size` bytes as the source of records. Refused when the size differs from the
+  // volume's, or the table holds 4096 bytes of records or less.
+  bool use_carved_mft(std::vector<uint64_t> offsets, uint32_t record_size);
   uint32_t record_size() const { return m_mft_record_size ? m_mft_record_size : 1024; }
   uint32_t sector_size() const;
   uint64_t cluster_size() const { return m_cluster_size > 0 ? uint64_t(m_cluster_size) : 0; }
@@ -88,9 +95,10 @@ class CNtfs {
   data_run_list m_bitmap_runs;          // unnamed data of record 6, $Bitmap
   uint64_t m_bitmap_bytes = 0;          // its size
   uint32_t m_filerec_size = 1024;       // stride of records inside $MFT
-  // Records taken from a whole $MFT held in memory instead of through the runs.
+  // Records taken from an MFT carved out of the whole volume instead of through the runs: the
+  // absolute disk offset of each record by number, 0 for a number no record was found for.
   bool m_use_mft_image = false;
-  std::vector<uint8_t> m_mft_image;
+  std::vector<uint64_t> m_mft_image;
   uint64_t m_mft_inode_count = 0;
   int32_t m_cluster_size = 0;
   uint64_t m_total_clusters = 0;
@@ -114,4 +122,8 @@ class CNtfs {
 // saying what was wrong.
 std::unique_ptr<CNtfs> open_volume_path(const std::wstring& path, uint64_t offset, std::string* why = nullptr);
 std::unique_ptr<CNtfs> open_volume_drive(uint32_t drive, uint64_t offset, std::string* why = nullptr);
+// Opens a volume on a VMDK disk or chain. An `offset` of 0 with no NTFS volume at the disk's
+// start takes the base disk's first partition that holds one.
+std::unique_ptr<CNtfs> open_volume_vmdk(const std::vector<std::wstring>& list, uint64_t offset,
+                                        std::string* why = nullptr);
 

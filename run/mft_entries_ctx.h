@@ -97,7 +97,5 @@ class mft_entries_ctx : public cmd_params {
 
   std::wstring m_list_separator;
   uint8_t m_show_record_offset = 0;
-  // The first option given whose feature this build does not have; the run refuses it.
-  std::string m_unbuilt_option;
 };
 

@@ -288,11 +288,6 @@ int single_instance_run(const mft_entries_ctx& c, const std::string& banner) {
 int run_parsed(const mft_entries_ctx& c, const std::vector<std::string>& child_args, const std::string& banner,
                run_timer& timer) {
   timer.start(c.m_progress != 0, c.m_profile != 0, c.m_diags_path);
-  if (!c.m_unbuilt_option.empty()) {
-    // Never another format or every record in place of what was asked for.
-    fprintf(stderr, "prob: %s is not built in this version, aborting\n", c.m_unbuilt_option.c_str());
-    return -1;
-  }
 
   if (!c.m_results_path.empty()) {
     std::string path = orv::to_utf8(c.m_results_path);

@@ -81,6 +81,8 @@ uint64_t count_records(const mft_entries_ctx& c) {
   scan_state scan;
   scan_state_for(scan, c);
   if (!ensure_source_open(c, scan)) return 0;
+  // A carved MFT counts its own records: record 0 still tells the size of the $MFT that was lost.
+  if (c.m_regen_mft && scan.m_mft_total) return scan.m_mft_total;
   entry_record entry;
   uint64_t total = 0;
   if (read_entry(entry, scan, 0, false)) {

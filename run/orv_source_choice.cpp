@@ -10,6 +10,7 @@
 #include "run/mft_entries_ctx.h"
 #include "storage/orv_raw_disk_io.h"
 #include "storage/orv_validate_volume.h"
+#include "storage/orv_vmdk.h"
 
 namespace {
 
@@ -105,22 +106,10 @@ std::string joined_names(const std::vector<std::wstring>& list) {
 
 bool check_vmdk_files(const std::vector<std::wstring>& list, std::ostringstream& messages,
                       std::vector<std::wstring>& suggested) {
-  suggested.clear();
-  for (const std::wstring& name : list) {
-    RAW_DISK_IO disk;
-    uint8_t magic[4] = {0, 0, 0, 0};
-    uint32_t length = sizeof(magic);
-    bool ok = disk.open_path(name, false, 0) && disk.read(magic, length, 0) && length == sizeof(magic) &&
-              memcmp(magic, "KDMV", 4) == 0;
-    if (!ok) {
-      messages << narrow(name) << " can't be opened" << "\n";
-      return false;
-    }
-  }
-  return true;
+  return validate_vmdk_list(list, messages, suggested);
 }
 
-bool open_vmdk_files(RAW_DISK_IO& disk, const std::vector<std::wstring>& list) { return false; }
+bool open_vmdk_files(RAW_DISK_IO& disk, const std::vector<std::wstring>& list) { return disk.open_vmdk(list, false); }
 
 bool parse_vmdk(cmd_params& p, std::vector<std::wstring>& list, vmdk_check_function open_function,
                 vmdk_open_function probe_function, bool quiet) {
@@ -148,6 +137,8 @@ bool parse_vmdk(cmd_params& p, std::vector<std::wstring>& list, vmdk_check_funct
       fprintf(stderr, "suggested array: %s \"%s\"\n", "-vmdk", joined_names(suggested).c_str());
     return false;
   }
+  // The check found every parent: the run reads the whole chain.
+  if (!suggested.empty()) p.m_vmdk_list = suggested;
 
   RAW_DISK_IO disk;
   if (!probe_function || !probe_function(disk, p.m_vmdk_list)) {

@@ -21,8 +21,8 @@ bool parse_vmdk(cmd_params& p, std::vector<std::wstring>& list, vmdk_check_funct
 // Takes the source options off the wide list and checks the volume.
 // 0 go on, -1 refused (reason printed), -3 no source named.
 int choose_source(mft_entries_ctx& ctx, std::vector<std::wstring>& list);
-// The -vmdk hooks of this build: each file must open and carry the sparse extent magic; the
-// opener reads no chain and reports the first file as not openable.
+// The -vmdk hooks of this build: the chain check with its search for missing parents, and the
+// chain opened as one kind-4 disk.
 bool check_vmdk_files(const std::vector<std::wstring>& list, std::ostringstream& messages,
                       std::vector<std::wstring>& suggested);
 bool open_vmdk_files(RAW_DISK_IO& disk, const std::vector<std::wstring>& list);

@@ -196,10 +196,7 @@ struct walk_option {
   option_form m_form;
   walk_handler m_handler;
   uint8_t mft_entries_ctx::*m_flag = nullptr;  // plain switches set this byte and nothing else
-  bool m_unbuilt = false;  // parsed, but its feature is not in this build: the run refuses it
 };
-
-constexpr bool unbuilt = true;
 
 using wtext = std::wstring;
 using wlist = std::vector<std::wstring>;
@@ -288,7 +285,7 @@ const walk_option k_head_group[] = {
 const walk_option k_walk_options[] = {
     {L"-raw", form_flag, nullptr, &mft_entries_ctx::m_copy_raw},
     {L"-skip_sparse_clusters", form_flag, nullptr, &mft_entries_ctx::m_skip_sparse},
-    {L"-regen_mft", form_flag, nullptr, &mft_entries_ctx::m_regen_mft, unbuilt},
+    {L"-regen_mft", form_flag, nullptr, &mft_entries_ctx::m_regen_mft},
     {L"-filter_deleted_files", form_flag, [](mft_entries_ctx& c, const wtext&, wlist&) {
        c.m_filter_deleted = c.m_and_logic = 1;
        return true;
@@ -464,10 +461,6 @@ const walk_option k_walk_options[] = {
     {L"-lnk", form_flag, nullptr, &mft_entries_ctx::m_lnk},
 };
 
-void note_unbuilt(mft_entries_ctx& c, const std::string& option) {
-  if (c.m_unbuilt_option.empty()) c.m_unbuilt_option = option;
-}
-
 bool run_walk_option(mft_entries_ctx& c, const walk_option& row, std::vector<std::wstring>& list) {
   std::wstring value;
   const std::wstring name = row.m_name;
@@ -476,7 +469,6 @@ bool run_walk_option(mft_entries_ctx& c, const walk_option& row, std::vector<std
       return row.m_handler(c, value, list);
     case form_flag:
       if (!find_flag(name, list, false)) return true;
-      if (row.m_unbuilt) note_unbuilt(c, narrow(name));
       if (!row.m_handler) {
         c.*row.m_flag = 1;
         return true;
@@ -484,7 +476,6 @@ bool run_walk_option(mft_entries_ctx& c, const walk_option& row, std::vector<std
       return row.m_handler(c, value, list);
     case form_value:
       if (!find_value(name, value, list)) return true;
-      if (row.m_unbuilt) note_unbuilt(c, narrow(name));
       return row.m_handler(c, value, list);
     case form_repeat:
       while (find_value(name, value, list))

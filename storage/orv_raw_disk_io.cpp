@@ -11,14 +11,7 @@
 #include <vector>
 
 #include "base/orv_string.h"
-
-// The VMDK reader (kind 4) plugs in here: its header replaces this stand-in, which exists only so
-// that the owning pointer can be destroyed. Including the real header next to it stops the build
-// with a redefinition, so the two can never both be linked.
-class vmdk_reader {
- public:
-  virtual ~vmdk_reader() = default;
-};
+#include "storage/orv_vmdk.h"
 
 namespace {
 
@@ -42,11 +35,9 @@ void RAW_DISK_IO::close() {
   m_disk_number = -1;
 }
 
-// Opens `path` read-only and non-blocking (a FIFO without a writer must not hang the open), refuses
-// FIFOs and sockets, and finds the size by seeking to the end. Directories and device nodes pass;
-// a directory then fails on its first read.
-// -1: the open itself failed (errno tells why); -2: refused or not seekable.
-static int open_source(const char* path, uint64_t& size) {
+// Non-blocking, so that a FIFO without a writer cannot hang the open. Directories and device
+// nodes pass; a directory then fails on its first read.
+int open_source_read_only(const char* path, uint64_t& size) {
   int fd = ::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC, 0404);
   if (fd < 0) return -1;
   struct stat st;
@@ -73,7 +64,7 @@ bool RAW_DISK_IO::open_path(const std::wstring& path, bool writable, uint32_t ki
   m_path_utf8 = orv::to_utf8(path);
   if (m_path_utf8.empty()) return false;
   uint64_t size = 0;
-  int fd = open_source(m_path_utf8.c_str(), size);
+  int fd = open_source_read_only(m_path_utf8.c_str(), size);
   if (fd < 0) return false;
   m_fd = fd;
   m_size = size;
@@ -95,7 +86,7 @@ bool RAW_DISK_IO::open_disk(uint32_t number, bool writable) {
   m_path_utf8 = device;
   m_path = orv::to_wide(device);
   uint64_t size = 0;
-  int fd = open_source(device.c_str(), size);
+  int fd = open_source_read_only(device.c_str(), size);
   if (fd < 0) {
     if (fd == -1) fprintf(stderr, "prob opening %s, error %d\n", device.c_str(), errno);
     return false;
@@ -104,6 +95,22 @@ bool RAW_DISK_IO::open_disk(uint32_t number, bool writable) {
   m_size = size;
   m_writable = 0;
   m_bytes_per_sector = 512;
+  m_open = 1;
+  return true;
+}
+
+bool RAW_DISK_IO::open_vmdk(const std::vector<std::wstring>& list, bool writable) {
+  close();
+  if (list.empty()) return false;
+  std::unique_ptr<vmdk_reader> reader(new vmdk_reader());
+  if (!load_list(*reader, list) || !link_chain(*reader) || reader->disk_size() == 0) return false;
+  m_kind = RAW_KIND_VMDK;
+  m_path = reader->m_top->m_path;
+  m_path_utf8 = reader->m_top->m_path_utf8;
+  m_size = reader->disk_size();
+  m_writable = 0;
+  m_bytes_per_sector = 512;
+  m_vmdk = std::move(reader);  // the reader owns every disk's descriptor; m_fd stays -1
   m_open = 1;
   return true;
 }
@@ -165,7 +172,10 @@ bool RAW_DISK_IO::read(uint8_t* buffer, uint32_t& length, uint64_t offset, bool 
       if (m_closed_for_reads) return false;
       return read_sectors(m_fd, buffer, length, offset, m_bytes_per_sector ? m_bytes_per_sector : 512);
     case RAW_KIND_VMDK:
-      return false;  // no VMDK reader in this build
+      // The chain zero-fills holes itself; like a file, a read is clamped at the disk's end.
+      if (!m_vmdk) return false;
+      if (uint64_t(length) > m_size - offset) length = uint32_t(m_size - offset);
+      return m_vmdk->read(buffer, offset, length);
     default:
       return false;
   }

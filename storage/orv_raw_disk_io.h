@@ -4,8 +4,14 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 class vmdk_reader;
+
+// Opens `path` read-only and non-blocking, refusing FIFOs and sockets, and finds its size by
+// seeking to the end. The descriptor, or -1 when the open itself failed (errno tells why), -2 when
+// the file was refused or cannot seek.
+int open_source_read_only(const char* path, uint64_t& size);
 
 enum raw_kind : uint32_t { RAW_KIND_FILE = 0, RAW_KIND_DISK = 3, RAW_KIND_VMDK = 4, RAW_KIND_NONE = 8 };
 
@@ -22,6 +28,8 @@ class RAW_DISK_IO {
   bool open_path(const std::wstring& path, bool writable, uint32_t kind);
   // "/dev/sd" + ('a' + number); numbers from 25 up fail at once.
   bool open_disk(uint32_t number, bool writable);
+  // Kind 4: a VMDK disk or snapshot chain, named in any order; the reader links it by CID.
+  bool open_vmdk(const std::vector<std::wstring>& list, bool writable);
   void close();
 
   // Reads up to `length` bytes at `offset`; `length` comes back reduced when the read is clamped

@@ -93,25 +93,6 @@ TEST(Cli, ResultsOnStandardOutputCarryTheBannerOnceAndUnknownOptionsAreIgnored) 
   EXPECT_FALSE(rows.rows.empty());
 }
 
-// An option whose feature is not built stops the run before anything is read: never another
-// format, or every record, in its place.
-TEST(Cli, OptionsNotBuiltStopTheRun) {
-  std::string mft = fixtures::path("feature.mft");
-  ASSERT_FALSE(mft.empty());
-  struct refusal { const char *options, *named; } const cases[] = {
-      {"-regen_mft", "-regen_mft"},
-      {"-bodyfile -regen_mft", "-regen_mft"},
-  };
-  for (const refusal& c : cases) {
-    SCOPED_TRACE(c.options);
-    auto r = run_brimlock("-mftfile " + q(mft) + " -quiet " + c.options);
-    EXPECT_EQ(r.status, 255);
-    EXPECT_NE(r.err.find(std::string("prob: ") + c.named + " is not built in this version, aborting\n"),
-              std::string::npos) << r.err;
-    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 2) << r.out;  // the banner alone
-  }
-}
-
 TEST(Cli, OutToDevNullLeavesTheDeviceInPlace) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root: only root could remove /dev/null";
   std::string mft = fixtures::path("feature.mft");
