@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <future>
 
 #include "base/orv_console.h"
 #include "base/orv_le.h"
@@ -140,26 +141,45 @@ bool scan_inodes(_inode_collection& store, const inode_visit& on_record) {
     end = std::min(end, source > store.m_volume_offset ? source - store.m_volume_offset : 0);
   const uint64_t block = k_block_bytes / stride * stride;
   // Reads follow each other without gap or overlap, so the source sees one sequential stream and
-  // reads ahead. What a block leaves too short for a record is kept for the next one.
-  uint64_t base = store.m_scan_start - store.m_scan_start % stride;  // volume position of buffer[0]
-  std::vector<uint8_t> buffer(std::min<uint64_t>(block, end > base ? end - base : 0) + size), record(size);
-  uint64_t next = base;                                              // of the next read
-  size_t held = 0;
+  // reads ahead. The read of the next block runs on a second thread while this one is decoded.
+  // Each buffer keeps a record's worth of room before its block, where the bytes that the block
+  // before left too short for a record are put back.
+  uint64_t base = store.m_scan_start - store.m_scan_start % stride;  // volume position of the held bytes
+  const size_t room = size;
+  std::vector<uint8_t> buffers[2], record(size);
+  for (std::vector<uint8_t>& b : buffers) b.resize(room + size_t(std::min<uint64_t>(block, end > base ? end - base : 0)));
+  uint64_t next = base;  // of the next read
+  uint32_t want = 0, length = 0;
+  std::future<bool> pending;
+  auto start_read = [&](std::vector<uint8_t>& into) {
+    want = length = uint32_t(std::min<uint64_t>(block, end - next));
+    uint8_t* to = into.data() + room;
+    const uint64_t at = store.m_volume_offset + next;
+    pending = std::async(std::launch::async, [disk, to, at, &length] { return disk->read(to, length, at); });
+  };
+  if (next < end && next <= UINT64_MAX - store.m_volume_offset) start_read(buffers[0]);
+  size_t carry = 0, current = 0;
   uint64_t shown_count = 0;
-  while (next < end && next <= UINT64_MAX - store.m_volume_offset) {
-    const uint32_t want = uint32_t(std::min<uint64_t>(block, end - next));
-    uint32_t length = want;
-    if (!disk->read(buffer.data() + held, length, store.m_volume_offset + next)) break;
-    held += length;
-    next += length;
+  while (pending.valid()) {
+    if (!pending.get()) break;
+    const uint32_t got = length;
+    next += got;
+    uint8_t* const held_bytes = buffers[current].data() + room - carry;
+    const size_t held = carry + got;
+    std::vector<uint8_t>& other = buffers[current ^ 1];
+    if (got == want && next < end && next <= UINT64_MAX - store.m_volume_offset) start_read(other);
     uint64_t number = 0;
     size_t at = 0;
     try {
       for (; at + size <= held; at += stride) {
-        if (!is_valid_filerec(buffer.data() + at, size)) continue;
-        std::memcpy(record.data(), buffer.data() + at, size);
+        if (!is_valid_filerec(held_bytes + at, size)) continue;
+        // The fixups go into the bytes decoded. With a stride of a record they are fixed where
+        // they lie, since nothing else reads them; a smaller stride tests the bytes a record
+        // covers again, so these are copied out first.
+        uint8_t* bytes = held_bytes + at;
+        if (stride < size) bytes = static_cast<uint8_t*>(std::memcpy(record.data(), bytes, size));
         inode_record found;
-        if (!read_inode(found, record.data(), size, store)) continue;
+        if (!read_inode(found, bytes, size, store)) continue;
         number = found.m_record_number;
         const unsigned long long indx = store.m_records.size(), offset = store.m_volume_offset + base + at;
         found.m_disk_offset = offset;
@@ -180,9 +200,11 @@ bool scan_inodes(_inode_collection& store, const inode_visit& on_record) {
       print_message("exception caught: %llu\n", (unsigned long long)number);
       at = held - held % stride;
     }
-    std::memmove(buffer.data(), buffer.data() + at, held - at);
+    // Fewer than a record's bytes remain (or, after an exception, less than a stride).
+    carry = held - at;
+    std::memcpy(other.data() + room - carry, held_bytes + at, carry);
     base += at;
-    held -= at;
+    current ^= 1;
     if (store.m_ctx.m_progress) {
       if (store.m_records.size() != shown_count) {
         shown_count = store.m_records.size();
@@ -191,7 +213,6 @@ bool scan_inodes(_inode_collection& store, const inode_visit& on_record) {
         show_progress("percent done: %llu", (unsigned long long)((unsigned __int128)next * 100 / end));
       }
     }
-    if (length < want) break;  // the source ended
   }
   if (store.m_ctx.m_progress) erase_progress();
   std::sort(store.m_all_index.begin(), store.m_all_index.end());  // indx ascending within a number

@@ -20,6 +20,8 @@
 #    -bodyfile and -csvl2t, next to
 #    `fls -r -m / X` (sleuthkit), when fls is installed, and `-filter_dir` of one of its
 #    directories as a share of the full walk.
+# 4. The same image as a VMDK (qemu-img, made once): the -vmdk walk against the -image walk; and
+#    the carving of -regen_mft against `cat` of the image.
 # 0. Expansion of compressed streams in memory (bench_lznt1_speed next to BRIMLOCK, built with
 #    -DBRIMLOCK_BENCH=ON; skipped with a note otherwise): MB/s of output.
 set -euo pipefail
@@ -183,3 +185,28 @@ if command -v fls >/dev/null; then
 else
   echo "fls not installed: no comparison"
 fi
+
+# --- 4. the same volume as a VMDK, and carved -----------------------------------------------
+# A walk through a monolithic sparse VMDK of the image (qemu-img, made once) against the walk of
+# the raw image; then -regen_mft's carving of the whole image (-mftrange 1 keeps the walk after
+# it short) next to `cat` of the image, both from the page cache.
+if command -v qemu-img >/dev/null; then
+  VMDK="$CACHE/many-$IMAGE_FILES.vmdk"
+  if [ ! -f "$VMDK" ]; then qemu-img convert -O vmdk "$IMG" "$VMDK.tmp" && mv "$VMDK.tmp" "$VMDK"; fi
+  cat "$VMDK" >/dev/null
+  measure "$BIN" -vmdk "$VMDK" -csv -quiet -out "$res"
+  row "brimlock -vmdk -csv" "$WALL" "$RSS" "$recs" "$(( $(wc -l <"$res") - 4 ))" "$(stat -c %s "$res")"
+  echo "  -vmdk walk is $(awk -v a="$WALL" -v b="$FULL_WALL" 'BEGIN { if (b <= 0) b = 0.001; printf "%.2f", a / b }')x the -image walk"
+  rm -f "$res"
+else
+  echo "qemu-img not installed: no VMDK row"
+fi
+cat "$IMG" >/dev/null
+measure sh -c "cat '$IMG' >/dev/null"
+CAT_WALL=$WALL
+img_bytes=$(stat -c %s "$IMG")
+row "cat of the image (MiB/s read)" "$WALL" "$RSS" - - "$img_bytes"
+measure "$BIN" -image "$IMG" -regen_mft -mftrange 1 -csv -quiet -out "$res"
+row "brimlock -regen_mft (carving; MiB/s read)" "$WALL" "$RSS" - - "$img_bytes"
+echo "  carving reads at $(awk -v a="$CAT_WALL" -v b="$WALL" 'BEGIN { if (b <= 0) b = 0.001; printf "%.0f", 100 * a / b }')% of the speed of cat"
+rm -f "$res"

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdint>
 #include <cstring>
 #include <vector>
 
@@ -125,12 +126,14 @@ uint64_t RAW_DISK_IO::size() const {
 // bytes than asked even from a regular file, so this loops until the clamped length is in or the
 // source returns 0; the caller sees the same result as from one complete read. Bytes that never
 // arrive leave the buffer as it was.
+// Positioned reads leave no file offset behind: one call per read, and two threads may read
+// one source at once (the carving reads ahead while records are decoded).
 static bool read_file(int fd, uint8_t* buffer, uint32_t& length, uint64_t offset, uint64_t size) {
-  if (lseek(fd, off_t(offset), SEEK_SET) < 0) return false;
+  if (offset > uint64_t(INT64_MAX)) return false;
   if (uint64_t(length) > size - offset) length = uint32_t(size - offset);
   uint32_t done = 0;
   while (done < length) {
-    ssize_t got = ::read(fd, buffer + done, length - done);
+    ssize_t got = ::pread(fd, buffer + done, length - done, off_t(offset + done));
     if (got < 0) {
       if (errno == EINTR) continue;
       return false;
@@ -155,8 +158,8 @@ static bool read_sectors(int fd, uint8_t* buffer, uint32_t length, uint64_t offs
     temp.assign(size_t(span), 0);
     target = temp.data();
   }
-  if (lseek(fd, off_t(offset - head), SEEK_SET) < 0) return false;
-  ssize_t got = ::read(fd, target, size_t(span));
+  if (offset - head > uint64_t(INT64_MAX)) return false;
+  ssize_t got = ::pread(fd, target, size_t(span), off_t(offset - head));
   if (got == 0) return false;
   if (got < 0 && aligned) memset(buffer, 0, length);
   if (!aligned) memcpy(buffer, temp.data() + head, length);
