@@ -157,14 +157,10 @@ void write_bodyfile(entry_record& entry, const scan_state& scan, bodyfile_writer
   w.m_out.write(line);
 }
 
-record_sink bodyfile_rows_sink(bodyfile_writer& writer) {
-  record_sink sink;
-  sink.m_writer = &writer;
-  sink.m_write = [](void* target, entry_record& entry, const scan_state& scan) {
-    bodyfile_writer& w = *static_cast<bodyfile_writer*>(target);
-    if (!entry.has_rows()) return;
-    if (w.m_options.m_hash_md5) hash_unnamed_data(entry, w.m_options, scan);
-    write_bodyfile(entry, scan, w);
-  };
-  return sink;
+static void bodyfile_rows_record(entry_record& entry, const scan_state& scan, bodyfile_writer& w) {
+  if (!entry.has_rows()) return;
+  if (w.m_options.m_hash_md5) hash_unnamed_data(entry, w.m_options, scan);
+  write_bodyfile(entry, scan, w);
 }
+
+record_sink bodyfile_rows_sink(bodyfile_writer& writer) { return sink_of<bodyfile_rows_record>(writer); }

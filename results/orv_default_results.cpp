@@ -479,18 +479,14 @@ void write_default_results(entry_record& entry, const scan_state& scan, default_
   write_timeline_rows(entry, scan, writer);
 }
 
-record_sink default_rows_sink(default_writer& writer) {
-  record_sink sink;
-  sink.m_writer = &writer;
-  sink.m_write = [](void* target, entry_record& entry, const scan_state& scan) {
-    default_writer& writer = *static_cast<default_writer*>(target);
-    const mft_entries_ctx& ctx = writer.m_options;
-    if (entry.has_rows()) {
-      // Copies and digests first: the rows show them.
-      if (ctx.m_copy_files) extract_record(entry, ctx, scan);
-      else hash_unnamed_data(entry, ctx, scan);
-    }
-    write_default_results(entry, scan, writer);
-  };
-  return sink;
+static void default_rows_record(entry_record& entry, const scan_state& scan, default_writer& writer) {
+  const mft_entries_ctx& ctx = writer.m_options;
+  if (entry.has_rows()) {
+    // Copies and digests first: the rows show them.
+    if (ctx.m_copy_files) extract_record(entry, ctx, scan);
+    else hash_unnamed_data(entry, ctx, scan);
+  }
+  write_default_results(entry, scan, writer);
 }
+
+record_sink default_rows_sink(default_writer& writer) { return sink_of<default_rows_record>(writer); }

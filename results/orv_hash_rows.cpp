@@ -121,17 +121,13 @@ void write_hash_rows(entry_record& entry, const scan_state& scan, hash_writer& w
   }
 }
 
-record_sink hash_rows_sink(hash_writer& writer) {
-  record_sink sink;
-  sink.m_writer = &writer;
-  sink.m_write = [](void* target, entry_record& entry, const scan_state& scan) {
-    hash_writer& w = *static_cast<hash_writer*>(target);
-    if (!entry.has_rows()) return;
-    // Copies asked for together with a hash list are made too; the list shows the digests.
-    if (w.m_options.m_copy_files)
-      extract_record(entry, w.m_options, scan);
-    const attrib_item* hashed = hash_unnamed_data(entry, w.m_options, scan);
-    write_hash_rows(entry, scan, w, hashed);
-  };
-  return sink;
+static void hash_rows_record(entry_record& entry, const scan_state& scan, hash_writer& w) {
+  if (!entry.has_rows()) return;
+  // Copies asked for together with a hash list are made too; the list shows the digests.
+  if (w.m_options.m_copy_files)
+    extract_record(entry, w.m_options, scan);
+  const attrib_item* hashed = hash_unnamed_data(entry, w.m_options, scan);
+  write_hash_rows(entry, scan, w, hashed);
 }
+
+record_sink hash_rows_sink(hash_writer& writer) { return sink_of<hash_rows_record>(writer); }

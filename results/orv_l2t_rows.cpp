@@ -255,14 +255,10 @@ void write_l2t(entry_record& entry, const scan_state& scan, l2t_writer& w) {
   w.m_out.write(line);
 }
 
-record_sink l2t_rows_sink(l2t_writer& writer) {
-  record_sink sink;
-  sink.m_writer = &writer;
-  sink.m_write = [](void* target, entry_record& entry, const scan_state& scan) {
-    l2t_writer& w = *static_cast<l2t_writer*>(target);
-    if (!entry.has_rows()) return;
-    hash_unnamed_data(entry, w.m_options, scan);  // the digests the options ask for, into "extra"
-    write_l2t(entry, scan, w);
-  };
-  return sink;
+static void l2t_rows_record(entry_record& entry, const scan_state& scan, l2t_writer& w) {
+  if (!entry.has_rows()) return;
+  hash_unnamed_data(entry, w.m_options, scan);  // the digests the options ask for, into "extra"
+  write_l2t(entry, scan, w);
 }
+
+record_sink l2t_rows_sink(l2t_writer& writer) { return sink_of<l2t_rows_record>(writer); }

@@ -38,12 +38,8 @@ void write_hard_link_paths(const entry_record& entry, const scan_state& scan, re
   }
 }
 
-record_sink link_paths_sink(link_paths_writer& writer) {
-  record_sink sink;
-  sink.m_writer = &writer;
-  sink.m_write = [](void* target, entry_record& entry, const scan_state& scan) {
-    link_paths_writer& w = *static_cast<link_paths_writer*>(target);
-    write_hard_link_paths(entry, scan, w.m_out, std::string());
-  };
-  return sink;
+static void link_paths_record(entry_record& entry, const scan_state& scan, link_paths_writer& w) {
+  write_hard_link_paths(entry, scan, w.m_out, std::string());
 }
+
+record_sink link_paths_sink(link_paths_writer& writer) { return sink_of<link_paths_record>(writer); }

@@ -225,24 +225,20 @@ void write_path_row(entry_record& entry, const scan_state& scan, path_writer& w,
   }
 }
 
-record_sink path_rows_sink(path_writer& writer) {
-  record_sink sink;
-  sink.m_writer = &writer;
-  sink.m_write = [](void* target, entry_record& entry, const scan_state& scan) {
-    path_writer& w = *static_cast<path_writer*>(target);
-    const mft_entries_ctx& ctx = w.m_options;
-    if (!entry.has_rows()) return;
-    if (!ctx.m_copy_files) {
-      hash_unnamed_data(entry, ctx, scan);
-      write_path_row(entry, scan, w, std::string(), std::wstring());
-      return;
-    }
-    // One set of rows for every stream copied, naming its copy; a record with no stream taken
-    // still has its rows.
-    const size_t taken = extract_record(entry, ctx, scan, [&](const attrib_item& item, const std::wstring& copy) {
-      write_path_row(entry, scan, w, orv::to_utf8(item.m_name), copy);
-    });
-    if (taken == 0) write_path_row(entry, scan, w, std::string(), std::wstring());
-  };
-  return sink;
+static void path_rows_record(entry_record& entry, const scan_state& scan, path_writer& w) {
+  const mft_entries_ctx& ctx = w.m_options;
+  if (!entry.has_rows()) return;
+  if (!ctx.m_copy_files) {
+    hash_unnamed_data(entry, ctx, scan);
+    write_path_row(entry, scan, w, std::string(), std::wstring());
+    return;
+  }
+  // One set of rows for every stream copied, naming its copy; a record with no stream taken
+  // still has its rows.
+  const size_t taken = extract_record(entry, ctx, scan, [&](const attrib_item& item, const std::wstring& copy) {
+    write_path_row(entry, scan, w, orv::to_utf8(item.m_name), copy);
+  });
+  if (taken == 0) write_path_row(entry, scan, w, std::string(), std::wstring());
 }
+
+record_sink path_rows_sink(path_writer& writer) { return sink_of<path_rows_record>(writer); }

@@ -212,11 +212,4 @@ void write_text_dump(entry_record& entry, const scan_state& scan, text_dump_writ
   write_hard_link_paths(entry, scan, writer.m_out, std::string());
 }
 
-record_sink text_dump_sink(text_dump_writer& writer) {
-  record_sink sink;
-  sink.m_writer = &writer;
-  sink.m_write = [](void* target, entry_record& entry, const scan_state& scan) {
-    write_text_dump(entry, scan, *static_cast<text_dump_writer*>(target));
-  };
-  return sink;
-}
+record_sink text_dump_sink(text_dump_writer& writer) { return sink_of<write_text_dump>(writer); }
