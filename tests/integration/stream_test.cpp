@@ -1,5 +1,6 @@
-// Stream content read through the volume code, compared with what sleuthkit's icat gave for the
-// same attributes of the committed feature volume (the md5 facts).
+// Stream content read through the volume code in the ways a copy through the binary does not
+// show: holes left out, index blocks raw and repaired, a damaged compression unit, stored clusters.
+// (Every stream of the md5 facts is compared through the binary in extract_test.cpp.)
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -33,15 +34,6 @@ bool copy_address(CNtfs& volume, const std::string& address, const copy_options&
   return false;
 }
 
-// Every stream with an md5 fact copied and compared.
-void expect_md5s(CNtfs& volume, const std::vector<fixtures::fact_md5>& md5s) {
-  std::string content;
-  for (const fixtures::fact_md5& m : md5s) {
-    ASSERT_TRUE(copy_address(volume, m.address, copy_options(), content)) << m.path;
-    EXPECT_EQ(md5_of(content), m.md5) << m.path;
-  }
-}
-
 // The volume of fixture NAME.img and its facts; null when the image is missing.
 std::unique_ptr<CNtfs> open_fixture(const std::string& name, fixtures::facts& f) {
   f = fixtures::load_facts(name + ".facts.tsv");
@@ -56,8 +48,6 @@ TEST(Streams, ContentMatchesIcat) {
   auto volume = open_fixture("feature", f);
   ASSERT_TRUE(volume);
   const std::string image = fixtures::path("feature.img");
-  ASSERT_GE(f.md5s.size(), 6u);  // resident, plain, big, sparse, fragmented, and a named stream
-  expect_md5s(*volume, f.md5s);
   std::string content;
 
   // icat -h of sizes/sparse.bin: only the allocated clusters, 12288 bytes.
@@ -91,9 +81,7 @@ TEST(Streams, CompressedMatchIcat) {
   fixtures::facts f;
   auto volume = open_fixture("compress", f);
   ASSERT_TRUE(volume);
-  ASSERT_GE(f.md5s.size(), 9u);
   ASSERT_EQ(f.damaged.size(), 1u);
-  expect_md5s(*volume, f.md5s);
   std::string content;
   EXPECT_FALSE(copy_address(*volume, f.damaged[0].address, copy_options(), content));
   EXPECT_EQ(md5_of(content), f.damaged[0].md5);
