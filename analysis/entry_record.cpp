@@ -48,10 +48,8 @@ struct entry_node_pools {
   std::vector<std::map<uint16_t, oid_entry>::node_type> m_oid;
   std::vector<std::map<attrib_key, attrib_item>::node_type> m_attr;
   std::vector<std::map<uint64_t, parent_name>::node_type> m_parent;
-  std::vector<std::map<std::wstring, std::string>::node_type> m_index;
   // Scratch text of the decoder.
   std::wstring m_wide;
-  std::wstring m_lower;
   std::string m_narrow;
   std::string m_key;
   data_run_list m_runs;
@@ -98,7 +96,6 @@ void entry_record::clear() {
   recycle(m_object_ids, pools.m_oid);
   recycle(m_attribs, pools.m_attr);
   recycle(m_parent_names, pools.m_parent);
-  recycle(m_name_index, pools.m_index);
   m_source_name.clear();
   m_has_attrib_list = m_attrib_list_nonresident = m_has_time_warning = false;
   m_time_warning.clear();
@@ -302,9 +299,9 @@ static void categorize_file_name(entry_record& entry, const scan_state& scan, ui
   auto slot = pooled_insert(entry.m_file_names, pools.m_fn, pools.m_key);
   if (!slot.second) return;  // the first attribute under a key stays
   file_name_entry& fn = slot.first->second;
-  fn.m_key = pools.m_key;
   fn.m_raw = raw;
   fn.m_name = pools.m_wide;
+  fn.m_name_utf8 = pools.m_narrow;
   fn.m_is_dos_name = raw[65] == 2;
   fn.m_indexed = attr.m_bytes.u8(0x16) & 1;
   fn.m_time_anomaly = false;
@@ -328,13 +325,8 @@ static void categorize_file_name(entry_record& entry, const scan_state& scan, ui
   auto parent = pooled_insert(entry.m_parent_names, pools.m_parent, fn.parent_ref());
   if (parent.second) {
     parent.first->second.m_name = fn.m_name;
-    parent.first->second.m_key = fn.m_key;
     parent.first->second.m_path.clear();
   }
-  pools.m_lower = fn.m_name;
-  orv::to_lower(pools.m_lower);
-  auto index = pooled_insert(entry.m_name_index, pools.m_index, pools.m_lower);
-  if (index.second) index.first->second = fn.m_key;
 }
 
 // Slot of the record that holds an attribute: 0 for the entry's own record, then one per

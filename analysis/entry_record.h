@@ -34,8 +34,8 @@ struct si_entry : std_info_value {
 };
 
 struct file_name_entry : file_name_value {
-  std::string m_key;                 // path key
   std::wstring m_name;
+  std::string m_name_utf8;           // the same name, as the writers print it
   bool m_is_dos_name = false;        // namespace 2
   bool m_indexed = false;            // resident header byte 0x16, bit 0: the name is in its parent's index
   bool m_time_anomaly = false;
@@ -82,11 +82,11 @@ struct attrib_item {
   uint64_t stream_size() const;
 };
 
-// A parent reference with the name under it and the path that the path walk fills in.
+// A parent reference with the name under it and the path that the path walk fills in, in UTF-8
+// as the writers print it: most directories hold many files, so a path is converted once.
 struct parent_name {
   std::wstring m_name;
-  std::wstring m_path;
-  std::string m_key;  // path key of the file name
+  std::string m_path;
 };
 
 // Map nodes of a cleared entry, kept for the next record, so that a scan that reuses one entry
@@ -131,7 +131,6 @@ class entry_record {
   std::vector<uint8_t> m_zone_buffer;
   std::map<std::string, std::string> m_zone_info;
   std::map<uint64_t, parent_name> m_parent_names;
-  std::map<std::wstring, std::string> m_name_index;
   bool m_hash_failed = false;
   std::array<uint8_t, 16> m_md5{};
   std::array<uint8_t, 20> m_sha1{};

@@ -1,6 +1,9 @@
 #include "analysis/orv_mft_scan.h"
 
 #include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
 
 #include "analysis/entry_record.h"
 #include "analysis/orv_filter_paths.h"
@@ -160,13 +163,13 @@ bool scan_end(const mft_entries_ctx& options, scan_state& scan) {
   return !scan.m_dir_store.empty();
 }
 
-// One record of the full or inode list scan: read, select, write.
-void scan_record(entry_record& entry, std::vector<uint8_t>& buffer, uint64_t inode, const mft_entries_ctx& options,
-                 scan_state& scan, const record_sink& sink) {
+// One record of the full or inode list scan: read and select. True when it is to be written.
+bool take_record(entry_record& entry, std::vector<uint8_t>& buffer, uint64_t inode, const mft_entries_ctx& options,
+                 scan_state& scan) {
   bool bad = false;
   if (!mft_fixup_read(buffer, bad, scan.m_source, inode, scan.log()) || buffer.empty()) {
     log_line(scan.log(), "err: mftfixup %llx", (unsigned long long)inode);
-    return;
+    return false;
   }
   if (bad) {
     // A "BAAD" record failed its multi-sector write; it is reported and offered to the selection
@@ -174,14 +177,102 @@ void scan_record(entry_record& entry, std::vector<uint8_t>& buffer, uint64_t ino
     log_line(scan.log(), "err: recd bad %llx", (unsigned long long)inode);
     log_line(scan.log(), "mft entry %llu has bad filerecord", (unsigned long long)inode);
   }
-  if (!select_record(entry, buffer, uint32_t(buffer.size()), inode, options, scan)) return;
+  if (!select_record(entry, buffer, uint32_t(buffer.size()), inode, options, scan)) return false;
   entry.m_record_offset = options.m_show_record_offset ? uint64_t(scan.m_source.record_size()) * inode : 0;
-  sink_write(sink, entry, scan);
+  return true;
+}
+
+void scan_record(entry_record& entry, std::vector<uint8_t>& buffer, uint64_t inode, const mft_entries_ctx& options,
+                 scan_state& scan, const record_sink& sink) {
+  if (take_record(entry, buffer, inode, options, scan)) sink_write(sink, entry, scan);
 }
 
 void show_entry_progress(const mft_entries_ctx& options, const scan_setup& setup, uint64_t inode) {
   if (options.m_progress && inode % setup.m_step == 0)
     show_progress("analyzing entry %llu of %llu", (unsigned long long)inode, (unsigned long long)setup.m_total);
+}
+
+// Whether the rows of a walk may be written on a thread of their own while this one decodes. The
+// writers then read only what the decoding handed them: copies and digests read file content
+// through the source and the record dump reads the source, so those stay on one thread, as does
+// a run with the debug log, whose lines keep one thread's order. A -cpu child shares the machine
+// with its siblings and walks on one thread.
+bool writes_apart(const mft_entries_ctx& options, const scan_state& scan) {
+  if (std::thread::hardware_concurrency() < 2 || options.m_instance_number != 0xFFFFFFFFu) return false;
+  if (options.m_copy_files || options.m_hash_md5 || options.m_hash_sha1 || options.m_hash_sha256) return false;
+  if (options.m_hash_list_format || options.m_find_mft || log_enabled(scan.log())) return false;
+  return true;
+}
+
+// Records decoded on the walk's thread, waiting for the writing thread. Entries are reused from
+// batch to batch, keeping their nodes and strings.
+struct record_batch {
+  std::vector<entry_record> m_entries;
+  std::vector<uint8_t> m_selected;
+  size_t m_count = 0;
+};
+
+// The walk of `full_scan` on two threads. This one reads and selects records into a ring of
+// batches; the other hands the selected ones to the sink in record order, so the output is that
+// of the one-thread walk byte for byte. Handing over whole batches keeps the locking rare.
+void split_walk(const mft_entries_ctx& options, scan_state& scan, const record_sink& sink, const scan_setup& setup) {
+  constexpr size_t k_batch_records = 64;
+  constexpr size_t k_batches = 4;
+  std::vector<record_batch> ring(k_batches);
+  for (record_batch& batch : ring) {
+    batch.m_entries.resize(k_batch_records);
+    batch.m_selected.resize(k_batch_records);
+  }
+  std::mutex lock;
+  std::condition_variable changed;
+  size_t filled = 0;   // batches handed over since the start
+  size_t written = 0;  // batches the writer has finished
+  bool finished = false;
+
+  const scan_state& shared = scan;
+  std::thread writer([&] {
+    for (size_t n = 0;; ++n) {
+      {
+        std::unique_lock<std::mutex> hold(lock);
+        changed.wait(hold, [&] { return filled > n || finished; });
+        if (filled <= n) return;
+      }
+      record_batch& batch = ring[n % k_batches];
+      for (size_t i = 0; i < batch.m_count; ++i)
+        if (batch.m_selected[i]) sink_write(sink, batch.m_entries[i], shared);
+      {
+        std::lock_guard<std::mutex> hold(lock);
+        written = n + 1;
+      }
+      changed.notify_all();
+    }
+  });
+
+  std::vector<uint8_t> buffer;
+  size_t n = 0;
+  for (uint64_t inode = options.m_mft_start; inode < setup.m_end; ++n) {
+    {
+      std::unique_lock<std::mutex> hold(lock);
+      changed.wait(hold, [&] { return n - written < k_batches; });
+    }
+    record_batch& batch = ring[n % k_batches];
+    batch.m_count = 0;
+    for (; batch.m_count < k_batch_records && inode < setup.m_end; ++inode, ++batch.m_count) {
+      show_entry_progress(options, setup, inode);
+      batch.m_selected[batch.m_count] = take_record(batch.m_entries[batch.m_count], buffer, inode, options, scan);
+    }
+    {
+      std::lock_guard<std::mutex> hold(lock);
+      filled = n + 1;
+    }
+    changed.notify_all();
+  }
+  {
+    std::lock_guard<std::mutex> hold(lock);
+    finished = true;
+  }
+  changed.notify_all();
+  writer.join();
 }
 
 }  // namespace
@@ -191,6 +282,10 @@ bool full_scan(const mft_entries_ctx& options, scan_state& scan, const record_si
   if (!scan_prologue(options, scan, false, setup)) return scan_end(options, scan), false;
   log_line(scan.log(), "range of inodes to analyze: %llu -> %llu", (unsigned long long)options.m_mft_start,
            (unsigned long long)setup.m_end);
+  if (sink.m_write && setup.m_end > options.m_mft_start && writes_apart(options, scan)) {
+    split_walk(options, scan, sink, setup);
+    return scan_end(options, scan);
+  }
   entry_record entry;
   std::vector<uint8_t> buffer;
   for (uint64_t inode = options.m_mft_start; inode < setup.m_end; ++inode) {

@@ -165,8 +165,10 @@ void resolve_entry_paths(entry_record& entry, scan_state& scan) {
     }
     uint16_t sequence = 0;
     uint32_t flags = 0;
-    if (resolve_parent_path(kv.second.m_path, sequence, flags, kv.first, scan) &&
-        kv.second.m_path.size() <= k_remembered_path)
-      scan.m_sound_paths.emplace(kv.first, kv.second.m_path);
+    std::wstring path;
+    const bool sound = resolve_parent_path(path, sequence, flags, kv.first, scan);
+    kv.second.m_path.clear();
+    orv::append_utf8_of(kv.second.m_path, path);
+    if (sound && path.size() <= k_remembered_path) scan.m_sound_paths.emplace(kv.first, kv.second.m_path);
   }
 }

@@ -58,7 +58,7 @@ struct scan_state {
   // root through sound links: such a walk gives the same text every time, so each directory is
   // walked once per scan.
   dir_store_map m_dir_store;
-  std::unordered_map<uint64_t, std::wstring> m_sound_paths;
+  std::unordered_map<uint64_t, std::string> m_sound_paths;  // UTF-8
 
   const diag_sink& log() const;
 };

@@ -135,9 +135,9 @@ size_t distinct_parent_count(const entry_record& entry) {
 
 void append_name_path(std::string& out, const entry_record& entry, const file_name_entry& name) {
   auto parent = entry.m_parent_names.find(name.parent_ref());
-  if (parent != entry.m_parent_names.end()) orv::append_utf8_of(out, parent->second.m_path);
+  if (parent != entry.m_parent_names.end()) out.append(parent->second.m_path);
   else out.append("[root]/");
-  orv::append_utf8_of(out, name.m_name);
+  out.append(name.m_name_utf8);
 }
 
 void append_summary(std::string& out, const entry_record& entry, const mft_entries_ctx& ctx) {

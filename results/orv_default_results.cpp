@@ -55,7 +55,7 @@ struct time_mark {
 
 struct default_row_scratch {
   std::vector<const file_name_entry*> m_names;
-  std::vector<std::string> m_name_text;  // UTF-8 of each name, same index
+  std::vector<const std::string*> m_name_text;  // UTF-8 of each name, same index
   std::vector<uint64_t> m_parents;
   std::vector<time_mark> m_marks;
   std::vector<uint32_t> m_long;
@@ -205,7 +205,7 @@ size_t render_macb(char* out, const char letters[3][4], const bool present[3], u
 
 const std::string& name_text(const default_row_scratch& scratch, uint32_t index) {
   static const std::string k_stub_text = "<no filename attribute>";
-  return index == k_stub_name ? k_stub_text : scratch.m_name_text[index];
+  return index == k_stub_name ? k_stub_text : *scratch.m_name_text[index];
 }
 
 // Sorts the names that reached an instant and drops repeats of the same text.
@@ -415,14 +415,11 @@ void write_timeline_rows(entry_record& entry, const scan_state& scan, default_wr
 
   scratch.m_names.clear();
   scratch.m_parents.clear();
-  size_t name_count = 0;
+  scratch.m_name_text.clear();
   for (const auto& item : entry.m_file_names) {
     const file_name_entry& fn = item.second;
     scratch.m_names.push_back(&fn);
-    if (scratch.m_name_text.size() <= name_count) scratch.m_name_text.emplace_back();
-    std::string& text = scratch.m_name_text[name_count++];
-    text.clear();
-    orv::append_utf8_of(text, fn.m_name);
+    scratch.m_name_text.push_back(&fn.m_name_utf8);
     scratch.m_parents.push_back(fn.parent_ref());
   }
   std::sort(scratch.m_parents.begin(), scratch.m_parents.end());
@@ -443,7 +440,7 @@ void write_timeline_rows(entry_record& entry, const scan_state& scan, default_wr
   for (uint64_t parent : scratch.m_parents) {
     scratch.m_path.clear();
     auto found = entry.m_parent_names.find(parent);
-    if (found != entry.m_parent_names.end()) orv::append_utf8_of(scratch.m_path, found->second.m_path);
+    if (found != entry.m_parent_names.end()) scratch.m_path = found->second.m_path;
 
     bool have_record = false;
     uint64_t referring_record = 0;

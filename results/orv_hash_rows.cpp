@@ -108,7 +108,7 @@ void write_hash_rows(entry_record& entry, const scan_state& scan, hash_writer& w
     set_times(w, w.m_col_times + 4 * w.m_time_step, fn.modified(), fn.accessed(), fn.created(), fn.mft_modified());
     set_wide_text(row, w.m_col_name, fn.m_name);
     auto found = entry.m_parent_names.find(fn.parent_ref());
-    set_wide_text(row, w.m_col_path, found != entry.m_parent_names.end() ? found->second.m_path : std::wstring());
+    set_text(row, w.m_col_path, found != entry.m_parent_names.end() ? found->second.m_path : std::string());
     std::string comment = warning;
     if (fn.m_inode != entry.m_inode) {
       if (!comment.empty()) comment += "; ";

@@ -19,19 +19,19 @@ void write_hard_link_paths(const entry_record& entry, const scan_state& scan, re
   for (const auto& kv : entry.m_file_names) names.push_back(&kv.second);
   std::stable_sort(names.begin(), names.end(),
                    [](const file_name_entry* a, const file_name_entry* b) { return a->m_inode < b->m_inode; });
-  static const std::wstring k_root = L"[root]";
-  static const std::wstring k_corrupted = L"<path corrupted>";
+  static const std::string k_root = "[root]";
+  static const std::string k_corrupted = "<path corrupted>";
   std::string line;
   for (const file_name_entry* fn : names) {
     auto parent = entry.m_parent_names.find(fn->parent_ref());
     if (parent == entry.m_parent_names.end()) continue;
-    const std::wstring& path = parent->second.m_path;
+    const std::string& path = parent->second.m_path;
     // A broken chain names no place the file can be found at.
-    if (path.find(k_corrupted) != std::wstring::npos) continue;
+    if (path.find(k_corrupted) != std::string::npos) continue;
     line.clear();
     const bool rooted = path.compare(0, k_root.size(), k_root) == 0;
-    orv::append_utf8_of(line, rooted ? path.substr(k_root.size()) : path);
-    orv::append_utf8_of(line, fn->m_name);
+    line.append(path, rooted ? k_root.size() : 0, std::string::npos);
+    line.append(fn->m_name_utf8);
     if (!stream.empty()) line.append(":").append(stream);
     line.push_back('\n');
     out.write(line);

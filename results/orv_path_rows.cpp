@@ -209,7 +209,7 @@ void write_path_row(entry_record& entry, const scan_state& scan, path_writer& w,
     set_number(row, w.m_col_parent, cell_int64, orv::ref_number(fn->parent_ref()));
     set_number(row, w.m_col_parent_seq, cell_int16, orv::ref_sequence(fn->parent_ref()));
     auto found = entry.m_parent_names.find(fn->parent_ref());
-    set_wide_text(row, w.m_col_path, found != entry.m_parent_names.end() ? found->second.m_path : std::wstring());
+    set_text(row, w.m_col_path, found != entry.m_parent_names.end() ? found->second.m_path : std::string());
     std::string name = orv::to_utf8(fn->m_name);
     if (!stream.empty()) name += ":" + stream;
     set_text(row, w.m_col_name, name);

@@ -32,9 +32,14 @@ inline file_name_entry& add_fn(entry_record& e, uint64_t parent, const std::wstr
   std::vector<uint8_t> value = testutil::fn_value(parent, u"", name_space, created, modified, changed, accessed);
   fn.assign(value.data(), value.size());
   fn.m_name = name, fn.m_is_dos_name = name_space == 2, fn.m_inode = holder < 0 ? e.m_inode : uint64_t(holder);
-  fn.m_key = make_path_key(orv::ref_number(parent), orv::to_utf8(name), fn.m_inode);
-  if (name_space != 2 && !e.m_parent_names.count(parent)) e.m_parent_names[parent] = parent_name{name, L"", fn.m_key};
-  return e.m_file_names[fn.m_key] = fn;
+  fn.m_name_utf8 = orv::to_utf8(name);
+  if (name_space != 2 && !e.m_parent_names.count(parent)) e.m_parent_names[parent] = parent_name{name, ""};
+  return e.m_file_names[make_path_key(orv::ref_number(parent), fn.m_name_utf8, fn.m_inode)] = fn;
+}
+
+// The path the path walk would give the names under `parent`.
+inline void set_path(entry_record& e, uint64_t parent, const std::wstring& path) {
+  e.m_parent_names[parent].m_path = orv::to_utf8(path);
 }
 
 // A resident data attribute with `size` bytes of value, or a non-resident one of that real size.

@@ -19,7 +19,7 @@ TEST(BodyfileRows, OneRowPerAttributeWithNotesAndWholeSeconds) {
   add_fn(e, k_root, L"Long|Name.txt", 1, T1, T1, T1, T1);  // times as SI: one row
   add_fn(e, k_root, L"LONGNA~1.TXT", 2, T2, 0, T1, T1);
   add_fn(e, 0x40 | (1ull << 48), L"link.txt", 1, T2, T2, T2, T2, 0x55);  // held by an extension record
-  e.m_parent_names[k_root].m_path = L"[root]\\";
+  set_path(e, k_root, L"[root]\\");
   e.m_parent_names.erase(0x40 | (1ull << 48));  // no path known for it
   add_data(e, 1, L"", 300);
   e.m_has_md5 = true;

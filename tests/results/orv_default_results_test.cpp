@@ -50,7 +50,7 @@ entry_record plain_file(const std::wstring& name = L"a.txt", uint16_t flags = FR
   set_header(e, 0x2a, 3, flags);
   add_si(e, T1, T1, T1, T1);
   add_fn(e, k_root, name, 1, T1, T1, T1, T1);
-  e.m_parent_names[k_root].m_path = L"[root]\\";
+  set_path(e, k_root, L"[root]\\");
   return e;
 }
 
@@ -104,7 +104,7 @@ TEST(DefaultRows, OtherInfoItemsInTheirOrder) {
   entry_record e = plain_file();
   const uint64_t docs = orv::make_ref(0x30, 2);
   add_fn(e, docs, L"a2.txt", 1, T1, T1, T1, T1);
-  e.m_parent_names[docs].m_path = L"[root]\\docs\\";
+  set_path(e, docs, L"[root]\\docs\\");
   add_fn(e, k_root, L"b.txt", 1, T1, T1, T1, T1, 0x77);  // held by an extension record
   e.m_reparse_targets[make_attrib_key(0xC0, 5)] = L"\\??\\C:\\target";
   e.m_attrib_list_nonresident = e.m_has_time_warning = e.m_filter_ext = e.m_filter_name = true;

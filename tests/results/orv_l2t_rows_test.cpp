@@ -74,7 +74,7 @@ TEST(L2tRows, RecordRowsInTimeOrderWithTheirTexts) {
   add_fn(e, k_root, L"Long, Name.txt", 1, T3, T3, T3, T3);      // a comma in a name
   add_fn(e, k_root, L"LONGNA~1.TXT", 2, T1, T1, T1, T1);
   add_fn(e, 0x40 | (1ull << 48), L"link.txt", 1, T1, T1, T1, T1, 0x55);  // held by an extension record
-  e.m_parent_names[k_root].m_path = L"[root]\\";
+  set_path(e, k_root, L"[root]\\");
   e.m_parent_names.erase(0x40 | (1ull << 48));
   e.m_source_name = L"disk,1.img";
   std::vector<std::string> all = l2t_lines({&e}, [](mft_entries_ctx& o) { o.m_hostname = "host,a"; });

@@ -15,7 +15,7 @@ TEST(TextDump, HeaderlessRecordWithEncryptedStream) {
   entry_record e;
   e.m_inode = 0x30;
   add_fn(e, k_root, L"a.txt", 1, 0, 0, 0, testutil::filetime(2021, 5, 6, 7, 8, 9));
-  e.m_parent_names[k_root].m_path = L"[root]\\";
+  set_path(e, k_root, L"[root]\\");
   attrib_item& data = add_data(e, 1, L"", 5000, true);
   data.m_raw_attrib[13] = 0x40;  // attribute flags 0x4000: encrypted
   data.m_runs = {run_entry{0x20, 0, false, 2}};
