@@ -69,9 +69,9 @@ results_stream::results_stream() { m_buffer.reserve(k_flush_size + 4096); }
 
 results_stream::~results_stream() { close(); }
 
-bool results_stream::open_file(const std::string& path) {
+bool results_stream::open_file(const std::string& path, bool append) {
   close();
-  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  int fd = ::open(path.c_str(), append ? O_WRONLY | O_APPEND | O_CLOEXEC : O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd < 0) return false;
   m_fd = fd;
   m_owns_fd = true;

@@ -15,8 +15,9 @@ class results_stream {
   results_stream(const results_stream&) = delete;
   results_stream& operator=(const results_stream&) = delete;
 
-  // Opens (creating or truncating) a results file. False when it cannot be opened.
-  bool open_file(const std::string& path);
+  // Opens (creating or truncating) a results file, or with `append` adds to the end of one that
+  // exists. False when it cannot be opened.
+  bool open_file(const std::string& path, bool append = false);
   bool is_stdout() const { return m_fd == 1; }
 
   // Only one thread at a time may write to a stream.

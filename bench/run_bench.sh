@@ -7,21 +7,19 @@
 # RECORDS:  size of the synthesised $MFT (default 1000000).
 # Cache (big files, kept between runs): $BENCH_CACHE, default /work/bench-cache.
 #
-# 1. An extracted $MFT of RECORDS records, cloned from the feature fixture's $MFT
-#    (bench/synth_mft.py): default format, -csv, -csvl2t, -bodyfile, -csvperpath and
-#    -filepath_only, each written to a file, next to `cat` of the
-#    same $MFT.
+# 1./3. The walk, one table: a volume image of $BENCH_IMAGE_FILES (default 1,000,000) files, made
+#    once with mkntfs and ntfs-3g (needs root and FUSE; skipped otherwise), and its $MFT: brimlock
+#    -mftfile -csv (also with -cpu 2), -image -csv, -image -bodyfile, next to `fls -r -m /`
+#    (sleuthkit) and `fsntfsinfo -B -H` (libfsntfs) when installed, and the floor; seconds, the
+#    ratio to brimlock, records/s and peak RSS, best of three runs.
 # 2. A file of $BENCH_DIGEST_MIB (default 512) MiB of pseudo-random bytes, made once: the MD5,
 #    SHA-1 and SHA-256 speed of bench_digest_speed (built next to BRIMLOCK with
 #    -DBRIMLOCK_BENCH=ON; skipped otherwise) next to md5sum, sha1sum and sha256sum, all reading
 #    the file from the page cache.
-# 3. A volume image with many files, made once with mkntfs and ntfs-3g (needs root and FUSE;
-#    skipped otherwise): `brimlock -image X -csv`, again with -action_include_ownersid, then
-#    -bodyfile and -csvl2t, next to
-#    `fls -r -m / X` (sleuthkit), when fls is installed, and `-filter_dir` of one of its
-#    directories as a share of the full walk.
 # 4. The same image as a VMDK (qemu-img, made once): the -vmdk walk against the -image walk; and
 #    the carving of -regen_mft against `cat` of the image.
+# 5. Synthetic $MFTs of RECORDS and 10 x RECORDS records with names of 100 characters
+#    (bench/synth_mft.py): seconds against the floor, and microseconds per record.
 # 0. Expansion of compressed streams in memory (bench_lznt1_speed next to BRIMLOCK, built with
 #    -DBRIMLOCK_BENCH=ON; skipped with a note otherwise): MB/s of output.
 set -euo pipefail
@@ -37,10 +35,11 @@ fi
 [ -x "$BIN" ] || { echo "usage: $0 BRIMLOCK [RECORDS]  (no built brimlock found)" >&2; exit 1; }
 RECORDS="${2:-1000000}"
 CACHE="${BENCH_CACHE:-/work/bench-cache}"
-IMAGE_FILES="${BENCH_IMAGE_FILES:-200000}"
+IMAGE_FILES="${BENCH_IMAGE_FILES:-1000000}"
 DIGEST_MIB="${BENCH_DIGEST_MIB:-512}"
 mkdir -p "$CACHE"
-OUT="$(mktemp -d /tmp/brimlock-bench.XXXXXX)"
+# Outputs go to a new directory under $BENCH_OUT (default /tmp), deleted at the end.
+OUT="$(mktemp -d "${BENCH_OUT:-/tmp}/brimlock-bench.XXXXXX")"
 trap 'rm -rf "$OUT"' EXIT
 
 # Runs a command under /usr/bin/time -v; sets WALL (seconds) and RSS (KiB).
@@ -69,31 +68,40 @@ SPEED="$(dirname "$BIN")/bench/bench_lznt1_speed"
 if [ -x "$SPEED" ]; then "$SPEED"; else echo "lznt1 expand: skipped, $SPEED not built (-DBRIMLOCK_BENCH=ON)"; fi
 echo
 
-# --- 1. synthesised $MFT ------------------------------------------------------------------
-SRC="$CACHE/feature.mft"
-MFT="$CACHE/synth-$RECORDS.mft"
-gzip -dc "$REPO/tests/fixtures/data/feature.mft.gz" >"$SRC"
-[ -f "$MFT" ] || python3 "$HERE/synth_mft.py" "$SRC" "$MFT" "$RECORDS" >/dev/null
-MFT_BYTES=$(stat -c %s "$MFT")
-echo "extracted \$MFT: $RECORDS records, $(mib "$MFT_BYTES") MiB ($MFT)"
-cat "$MFT" >/dev/null  # warm the page cache, as for every run below
-
-measure cat "$MFT"
-row "cat \$MFT" "$WALL" "$RSS" "$RECORDS" - "$MFT_BYTES"
-
-for fmt in default csv csvl2t bodyfile csvperpath filepath_only; do
-  res="$OUT/$fmt.txt"
-  args=(-mftfile "$MFT" -quiet -out "$res")
-  [ "$fmt" = default ] || args+=("-$fmt")
-  measure "$BIN" "${args[@]}"
-  rows=$(( $(wc -l <"$res") - 4 ))
-  bytes=$(stat -c %s "$res")
-  row "brimlock -mftfile ($fmt)" "$WALL" "$RSS" "$RECORDS" "$rows" "$bytes"
-  measure cat "$res"
-  row "  cat of its results ($(mib "$bytes") MiB)" "$WALL" "$RSS" - - "$bytes"
-  rm -f "$res"
-done
-echo
+# --- 1. the walk: one table ------------------------------------------------------------------
+# The 1M-file volume (made once, in section 3) and its extracted $MFT; then synthetic $MFTs of
+# RECORDS and 10 x RECORDS records with long names (section 5). brimlock beside sleuthkit,
+# libfsntfs and the floor (reading the $MFT plus writing an output of the -csv size), all from
+# the page cache, each output written to a new file. "ratio" is the row's seconds over brimlock's
+# for the same job: -image -bodyfile for fls and fsntfsinfo, the one-instance run for -cpu 2,
+# the floor for the synthetic runs.
+table_head() {
+  printf '%-40s %9s %7s %12s %9s\n' "$1" seconds ratio "records/s" "RSS MiB"
+}
+table_row() { # label seconds reference-seconds records rss-kib
+  printf '%-40s %9.2f %7s %12s %9s\n' "$1" "$2" \
+    "$( [ "$3" = - ] && echo - || awk -v a="$2" -v b="$3" 'BEGIN { if (b <= 0) b = 0.001; printf "%.2f", a / b }')" \
+    "$( [ "$4" = - ] && echo - || rate "$4" "$2")" "$( [ "$5" = - ] && echo - || mib $(( $5 * 1024 )))"
+}
+# Best of three: the page cache and the machine's neighbours make single runs noisy.
+best_of_3() { # command...; sets WALL and RSS of the fastest run
+  local best="" best_rss=""
+  for _ in 1 2 3; do
+    rm -f "$OUT"/run.*
+    measure "$@"
+    if [ -z "$best" ] || awk -v a="$WALL" -v b="$best" 'BEGIN { exit !(a < b) }'; then best=$WALL; best_rss=$RSS; fi
+  done
+  WALL=$best; RSS=$best_rss
+  rm -f "$OUT"/run.*
+}
+# Reading $1 and writing $2 bytes to a new file: the least any walk of $1 can cost.
+floor_of() {
+  head -c "$2" /dev/zero >"$OUT/floor.src"
+  cat "$OUT/floor.src" >/dev/null
+  best_of_3 sh -c "cat '$1' >/dev/null; cat '$OUT/floor.src' >'$OUT/run.floor'"
+  rm -f "$OUT/floor.src"
+}
+run() { "$BIN" "$@" -quiet -out "$OUT/run.out"; }
 
 # --- 2. digests of a file in the page cache --------------------------------------------------
 DIGEST_BIN="$(dirname "$BIN")/bench/bench_digest_speed"
@@ -120,7 +128,7 @@ else
 fi
 echo
 
-# --- 3. volume image with many files ---------------------------------------------------------
+# --- 3. the 1M-file volume --------------------------------------------------------------------
 IMG="$CACHE/many-$IMAGE_FILES.img"
 if [ ! -f "$IMG" ]; then
   if [ "$(id -u)" != 0 ] || ! command -v mkntfs >/dev/null || ! command -v ntfs-3g >/dev/null || [ ! -e /dev/fuse ]; then
@@ -150,43 +158,58 @@ EOF
   umount "$MNT"
   mv "$IMG.tmp" "$IMG"
 fi
-echo "volume image: $IMG, $(du -m "$IMG" | cut -f1) MiB on disk"
+# Its $MFT as a file for -mftfile, copied out by sleuthkit's icat when it is there.
+VMFT="$CACHE/many-$IMAGE_FILES.mft"
+if [ ! -f "$VMFT" ] && command -v icat >/dev/null; then icat -f ntfs "$IMG" 0 >"$VMFT.tmp" && mv "$VMFT.tmp" "$VMFT"; fi
 cat "$IMG" >/dev/null
-res="$OUT/image.csv"
-measure "$BIN" -image "$IMG" -csv -quiet -out "$res"
-rows=$(( $(wc -l <"$res") - 4 ))
-recs=$(awk -F, 'NR > 4 {print $1}' "$res" | sort -u | wc -l)
-row "brimlock -image -csv" "$WALL" "$RSS" "$recs" "$rows" "$(stat -c %s "$res")"
-FULL_WALL=$WALL
-rm -f "$res"
-# One directory of 1000 files by its path: its index gives the records to read.
-measure "$BIN" -image "$IMG" -csv -quiet -filter_dir '\d050' -out "$res"
-rows=$(( $(wc -l <"$res") - 4 ))
-row "brimlock -image -csv -filter_dir" "$WALL" "$RSS" - "$rows" "$(stat -c %s "$res")"
-echo "  -filter_dir of one directory: $(awk -v a="$WALL" -v b="$FULL_WALL" 'BEGIN { if (b <= 0) b = 0.001; printf "%.1f", 100 * a / b }')% of the full walk"
-rm -f "$res"
-# The same with owners: $Secure:$SDS read once, one lookup per record.
-measure "$BIN" -image "$IMG" -csv -action_include_ownersid -quiet -out "$res"
-row "  with -action_include_ownersid" "$WALL" "$RSS" "$recs" "$(( $(wc -l <"$res") - 4 ))" "$(stat -c %s "$res")"
-rm -f "$res"
-# The timeline formats side by side with fls, which users of bodyfiles compare first.
-for fmt in bodyfile csvl2t; do
-  measure "$BIN" -image "$IMG" "-$fmt" -quiet -out "$res"
-  row "brimlock -image -$fmt" "$WALL" "$RSS" "$recs" "$(( $(wc -l <"$res") - 4 ))" "$(stat -c %s "$res")"
-  [ "$fmt" = bodyfile ] && BODY_WALL=$WALL
-  rm -f "$res"
-done
-if command -v fls >/dev/null; then
-  measure sh -c "fls -r -m / '$IMG' > '$OUT/fls.body'"
-  lines=$(wc -l <"$OUT/fls.body")
-  row "fls -r -m / (sleuthkit)" "$WALL" "$RSS" - "$lines" "$(stat -c %s "$OUT/fls.body")"
-  echo "  -bodyfile is $(awk -v a="$WALL" -v b="$BODY_WALL" 'BEGIN { if (b <= 0) b = 0.001; printf "%.1f", a / b }')x faster than fls -r -m /"
-  rm -f "$OUT/fls.body"
+measure run -image "$IMG" -csv
+recs=$(awk -F, 'NR > 4 {print $1}' "$OUT/run.out" | sort -u | wc -l)
+csv_bytes=$(stat -c %s "$OUT/run.out")
+echo "volume image: $IMG ($recs records with rows, $(mib "$csv_bytes") MiB of -csv)"
+table_head "job"
+floor_of "$( [ -f "$VMFT" ] && echo "$VMFT" || echo "$IMG")" "$csv_bytes"
+table_row "floor: read \$MFT, write -csv's bytes" "$WALL" - "$recs" "$RSS"
+if [ -f "$VMFT" ]; then
+  cat "$VMFT" >/dev/null
+  best_of_3 run -mftfile "$VMFT" -csv
+  ONE=$WALL
+  table_row "brimlock -mftfile -csv" "$WALL" - "$recs" "$RSS"
+  best_of_3 run -mftfile "$VMFT" -csv -cpu 2
+  table_row "brimlock -mftfile -csv -cpu 2" "$WALL" "$ONE" "$recs" "$RSS"
 else
-  echo "fls not installed: no comparison"
+  echo "-mftfile rows skipped: icat (sleuthkit) copies the \$MFT out"
 fi
+best_of_3 run -image "$IMG" -csv
+table_row "brimlock -image -csv" "$WALL" - "$recs" "$RSS"
+FULL_WALL=$WALL
+best_of_3 run -image "$IMG" -csv -cpu 2
+table_row "brimlock -image -csv -cpu 2" "$WALL" "$FULL_WALL" "$recs" "$RSS"
+best_of_3 run -image "$IMG" -bodyfile
+BODY_WALL=$WALL
+table_row "brimlock -image -bodyfile" "$WALL" - "$recs" "$RSS"
+if command -v fls >/dev/null; then
+  measure sh -c "fls -r -m / '$IMG' > '$OUT/run.fls'"
+  table_row "fls -r -m / (sleuthkit)" "$WALL" "$BODY_WALL" "$recs" "$RSS"
+else
+  echo "fls: not installed"
+fi
+if command -v fsntfsinfo >/dev/null; then
+  measure sh -c "fsntfsinfo -B '$OUT/run.fsntfs' -H '$IMG' > /dev/null"
+  table_row "fsntfsinfo -B -H (libfsntfs)" "$WALL" "$BODY_WALL" "$recs" "$RSS"
+else
+  echo "fsntfsinfo: not installed"
+fi
+rm -f "$OUT"/run.*
+# One directory of 1000 files by its path: its index gives the records to read.
+measure run -image "$IMG" -csv -filter_dir '\d050'
+echo "  -filter_dir of one directory: $(awk -v a="$WALL" -v b="$FULL_WALL" 'BEGIN { if (b <= 0) b = 0.001; printf "%.1f", 100 * a / b }')% of the full walk"
+measure run -image "$IMG" -csv -action_include_ownersid
+echo "  with -action_include_ownersid: $(awk -v a="$WALL" -v b="$FULL_WALL" 'BEGIN { if (b <= 0) b = 0.001; printf "%.2f", a / b }')x the full walk"
+rm -f "$OUT"/run.*
+echo
 
 # --- 4. the same volume as a VMDK, and carved -----------------------------------------------
+res="$OUT/run.out"
 # A walk through a monolithic sparse VMDK of the image (qemu-img, made once) against the walk of
 # the raw image; then -regen_mft's carving of the whole image (-mftrange 1 keeps the walk after
 # it short) next to `cat` of the image, both from the page cache.
@@ -210,3 +233,27 @@ measure "$BIN" -image "$IMG" -regen_mft -mftrange 1 -csv -quiet -out "$res"
 row "brimlock -regen_mft (carving; MiB/s read)" "$WALL" "$RSS" - - "$img_bytes"
 echo "  carving reads at $(awk -v a="$CAT_WALL" -v b="$WALL" 'BEGIN { if (b <= 0) b = 0.001; printf "%.0f", 100 * a / b }')% of the speed of cat"
 rm -f "$res"
+echo
+
+# --- 5. synthetic $MFTs: the cost in the number of records -----------------------------------
+SRC="$CACHE/feature.mft"
+gzip -dc "$REPO/tests/fixtures/data/feature.mft.gz" >"$SRC"
+table_head "synthetic \$MFT, long names, -csv"
+PER=""
+for n in "$RECORDS" $(( RECORDS * 10 )); do
+  MFT="$CACHE/synth-long-$n.mft"
+  [ -f "$MFT" ] || python3 "$HERE/synth_mft.py" "$SRC" "$MFT" "$n" 5000 100 >/dev/null
+  cat "$MFT" >/dev/null
+  measure run -mftfile "$MFT" -csv
+  bytes=$(stat -c %s "$OUT/run.out")
+  rm -f "$OUT/run.out"
+  floor_of "$MFT" "$bytes"
+  FLOOR=$WALL
+  table_row "floor, $n records" "$WALL" - "$n" "$RSS"
+  best_of_3 run -mftfile "$MFT" -csv
+  table_row "brimlock, $n records" "$WALL" "$FLOOR" "$n" "$RSS"
+  PER="$PER $(awk -v s="$WALL" -v n="$n" 'BEGIN { printf "%.3f", s * 1e6 / n }')"
+  [ "$n" = "$RECORDS" ] || rm -f "$MFT"  # ten times the records: made again when asked for
+done
+echo "  microseconds per record:$PER (linear when the two agree)"
+echo

@@ -295,6 +295,10 @@ const common_option k_common_options[] = {
        p.m_has_username = 1;
        return true;
      }},
+    {"-cpuappend", form_flag, [](cmd_params& p, const std::string&, std::vector<std::string>&) {
+       p.m_instance_appends = 1;
+       return true;
+     }},
     {"-cpuinst", form_value, [](cmd_params& p, const std::string& v, std::vector<std::string>&) {
        orv::parse_small(v, p.m_instance_number);
        return true;
@@ -318,6 +322,8 @@ const common_option k_common_options[] = {
          if (c == '\\') c = '/';
        p.m_out_path = path;
        p.m_out_given = 1;
+       // A -cpu child adding to its parent's file finds it there; a test open would remove it.
+       if (p.m_instance_appends) return true;
        if (!test_output_file(path, has_arg(std::string("-append"), list, 1))) {
          fprintf(stderr, "prob opening file %s for output, aborting\n", path.c_str());
          return false;

@@ -84,6 +84,9 @@ class cmd_params : public diag_sink {
   uint8_t m_outdir_given = 0;
   uint8_t m_out_given = 0;
   uint32_t m_instance_number = 0xFFFFFFFFu;
+  // A -cpu child that adds its rows to the results file its parent began, instead of a file of
+  // its own: no banner, nothing truncated.
+  uint8_t m_instance_appends = 0;
   uint32_t m_instance_count = 0;
   uint8_t m_separate_files = 0;
   uint32_t m_fragment_count = 0;

@@ -258,7 +258,7 @@ int multi_instance_run(const mft_entries_ctx& c, std::vector<std::string> child_
   for (const char* name : {"-cpu", "-out", "-outfile", "-tempdir", "-cpuinst"})
     while (find_value(std::string(name), value, child_args)) {
     }
-  for (const char* name : {"-profile", "-separate_files"})
+  for (const char* name : {"-profile", "-separate_files", "-cpuappend"})
     while (find_flag(std::string(name), child_args, false)) {
     }
   return run_instances(c, c.m_instance_count, child_args, work, banner) - 1;
@@ -268,11 +268,11 @@ int single_instance_run(const mft_entries_ctx& c, const std::string& banner) {
   results_stream out;
   const std::string path = orv::to_utf8(c.m_results_path);
   if (!path.empty()) {
-    if (!out.open_file(path)) {
+    if (!out.open_file(path, c.m_instance_appends != 0)) {
       fprintf(stderr, "prob opening file %s for output, aborting\n ", path.c_str());
       return -1;
     }
-    out << banner << "\n";
+    if (!c.m_instance_appends) out << banner << "\n";
   }
   run_scans(c, out);
   if (!out.close() && !path.empty()) {

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -94,6 +95,27 @@ uint64_t count_records(const mft_entries_ctx& c) {
     }
   }
   return total;
+}
+
+// Appends what is left of `in` to `out`: copied inside the kernel where it can be, through a
+// buffer where not (another file system, an old kernel).
+bool copy_rest(int in, int out) {
+  for (;;) {
+    ssize_t n = ::copy_file_range(in, nullptr, out, nullptr, size_t(1) << 30, 0);
+    if (n == 0) return true;
+    if (n < 0) break;
+  }
+  if (errno != EXDEV && errno != ENOSYS && errno != EINVAL && errno != EOPNOTSUPP) return false;
+  std::vector<char> buffer(1 << 20);
+  ssize_t n;
+  while ((n = ::read(in, buffer.data(), buffer.size())) > 0) {
+    for (ssize_t done = 0; done < n;) {
+      ssize_t w = ::write(out, buffer.data() + done, size_t(n - done));
+      if (w <= 0) return false;
+      done += w;
+    }
+  }
+  return n == 0;
 }
 
 bool write_all(int fd, const char* data, size_t length) {
@@ -194,11 +216,16 @@ int run_instances(const mft_entries_ctx& c, uint32_t instance_count, const std::
   std::vector<std::string> names(instance_count);
   children_in_flight children;
   const std::vector<instance_slice> slices = instance_slices(total, instance_count, c.m_mft_start);
+  // The first child adds its rows to the results file straight after the banner; the others
+  // write files of their own, appended to it in order once the first is done.
+  const bool first_appends = !c.m_separate_files;
   for (uint32_t i = 0; i < instance_count; ++i) {
     if (c.m_separate_files) {
       char number[16];
       snprintf(number, sizeof(number), "%05u", i + 1);
       names[i] = work_directory + out_name + "." + number;
+    } else if (i == 0 && first_appends) {
+      names[i] = out_path;
     } else {
       names[i] = work_directory + std::to_string(i) + "_" + random_text(generator, 10) + "_temp.bin";
       children.m_temp_files.emplace_back(new char[names[i].size() + 1]);
@@ -212,6 +239,7 @@ int run_instances(const mft_entries_ctx& c, uint32_t instance_count, const std::
     std::vector<std::string> args = base_args;
     args.insert(args.end(), {"-mftstart", hex_text(slices[i].m_start), "-mftrange", hex_text(slices[i].m_count),
                              "-quiet", "-cpuinst", std::to_string(i), "-out", names[i]});
+    if (i == 0 && first_appends) args.push_back("-cpuappend");
     // Each child keeps a debug log of its own beside the parent's.
     for (size_t k = 1; k + 1 < args.size(); ++k)
       if (orv::lowered(args[k]) == "-diags") args[k + 1] += "." + std::to_string(i);
@@ -228,6 +256,13 @@ int run_instances(const mft_entries_ctx& c, uint32_t instance_count, const std::
     children.m_pids[i] = -1;
     fprintf(stderr, "instance %2d done\n", int(i));
     if (c.m_separate_files) continue;
+    if (i == 0 && first_appends) {
+      // Its rows are in place; a child that could not write them all ends with a failure.
+      if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) written = false;
+      struct stat st;
+      if (::stat(out_path.c_str(), &st) == 0 && uint64_t(st.st_size) > banner.size() + 1) headed = true;
+      continue;
+    }
 
     int in = ::open(names[i].c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (in < 0) {
@@ -240,12 +275,11 @@ int run_instances(const mft_entries_ctx& c, uint32_t instance_count, const std::
       // nothing wrote none.
       size_t from = merge_start(head, !headed || !headings);
       if (from != std::string::npos && from < head.size()) headed = true;
-      int out = from == std::string::npos ? -1 : ::open(out_path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+      // Not O_APPEND, which the kernel's copy refuses: the end is sought once, nobody else writes.
+      int out = from == std::string::npos ? -1 : ::open(out_path.c_str(), O_WRONLY | O_CLOEXEC);
+      if (out >= 0 && ::lseek(out, 0, SEEK_END) < 0) written = false;
       if (out >= 0) {
-        bool ok = write_all(out, head.data() + from, head.size() - from);
-        std::vector<char> buffer(1 << 20);
-        ssize_t n;
-        while (ok && (n = ::read(in, buffer.data(), buffer.size())) > 0) ok = write_all(out, buffer.data(), size_t(n));
+        bool ok = write_all(out, head.data() + from, head.size() - from) && copy_rest(in, out);
         if (::close(out) != 0 || !ok) written = false;
       }
       ::close(in);
