@@ -101,7 +101,6 @@ floor_of() {
   best_of_3 sh -c "cat '$1' >/dev/null; cat '$OUT/floor.src' >'$OUT/run.floor'"
   rm -f "$OUT/floor.src"
 }
-run() { "$BIN" "$@" -quiet -out "$OUT/run.out"; }
 
 # --- 2. digests of a file in the page cache --------------------------------------------------
 DIGEST_BIN="$(dirname "$BIN")/bench/bench_digest_speed"
@@ -162,7 +161,7 @@ fi
 VMFT="$CACHE/many-$IMAGE_FILES.mft"
 if [ ! -f "$VMFT" ] && command -v icat >/dev/null; then icat -f ntfs "$IMG" 0 >"$VMFT.tmp" && mv "$VMFT.tmp" "$VMFT"; fi
 cat "$IMG" >/dev/null
-measure run -image "$IMG" -csv
+measure "$BIN" -quiet -out "$OUT/run.out" -image "$IMG" -csv
 recs=$(awk -F, 'NR > 4 {print $1}' "$OUT/run.out" | sort -u | wc -l)
 csv_bytes=$(stat -c %s "$OUT/run.out")
 echo "volume image: $IMG ($recs records with rows, $(mib "$csv_bytes") MiB of -csv)"
@@ -171,20 +170,20 @@ floor_of "$( [ -f "$VMFT" ] && echo "$VMFT" || echo "$IMG")" "$csv_bytes"
 table_row "floor: read \$MFT, write -csv's bytes" "$WALL" - "$recs" "$RSS"
 if [ -f "$VMFT" ]; then
   cat "$VMFT" >/dev/null
-  best_of_3 run -mftfile "$VMFT" -csv
+  best_of_3 "$BIN" -quiet -out "$OUT/run.out" -mftfile "$VMFT" -csv
   ONE=$WALL
   table_row "brimlock -mftfile -csv" "$WALL" - "$recs" "$RSS"
-  best_of_3 run -mftfile "$VMFT" -csv -cpu 2
+  best_of_3 "$BIN" -quiet -out "$OUT/run.out" -mftfile "$VMFT" -csv -cpu 2
   table_row "brimlock -mftfile -csv -cpu 2" "$WALL" "$ONE" "$recs" "$RSS"
 else
   echo "-mftfile rows skipped: icat (sleuthkit) copies the \$MFT out"
 fi
-best_of_3 run -image "$IMG" -csv
+best_of_3 "$BIN" -quiet -out "$OUT/run.out" -image "$IMG" -csv
 table_row "brimlock -image -csv" "$WALL" - "$recs" "$RSS"
 FULL_WALL=$WALL
-best_of_3 run -image "$IMG" -csv -cpu 2
+best_of_3 "$BIN" -quiet -out "$OUT/run.out" -image "$IMG" -csv -cpu 2
 table_row "brimlock -image -csv -cpu 2" "$WALL" "$FULL_WALL" "$recs" "$RSS"
-best_of_3 run -image "$IMG" -bodyfile
+best_of_3 "$BIN" -quiet -out "$OUT/run.out" -image "$IMG" -bodyfile
 BODY_WALL=$WALL
 table_row "brimlock -image -bodyfile" "$WALL" - "$recs" "$RSS"
 if command -v fls >/dev/null; then
@@ -201,9 +200,9 @@ else
 fi
 rm -f "$OUT"/run.*
 # One directory of 1000 files by its path: its index gives the records to read.
-measure run -image "$IMG" -csv -filter_dir '\d050'
+measure "$BIN" -quiet -out "$OUT/run.out" -image "$IMG" -csv -filter_dir '\d050'
 echo "  -filter_dir of one directory: $(awk -v a="$WALL" -v b="$FULL_WALL" 'BEGIN { if (b <= 0) b = 0.001; printf "%.1f", 100 * a / b }')% of the full walk"
-measure run -image "$IMG" -csv -action_include_ownersid
+measure "$BIN" -quiet -out "$OUT/run.out" -image "$IMG" -csv -action_include_ownersid
 echo "  with -action_include_ownersid: $(awk -v a="$WALL" -v b="$FULL_WALL" 'BEGIN { if (b <= 0) b = 0.001; printf "%.2f", a / b }')x the full walk"
 rm -f "$OUT"/run.*
 echo
@@ -244,13 +243,13 @@ for n in "$RECORDS" $(( RECORDS * 10 )); do
   MFT="$CACHE/synth-long-$n.mft"
   [ -f "$MFT" ] || python3 "$HERE/synth_mft.py" "$SRC" "$MFT" "$n" 5000 100 >/dev/null
   cat "$MFT" >/dev/null
-  measure run -mftfile "$MFT" -csv
+  measure "$BIN" -quiet -out "$OUT/run.out" -mftfile "$MFT" -csv
   bytes=$(stat -c %s "$OUT/run.out")
   rm -f "$OUT/run.out"
   floor_of "$MFT" "$bytes"
   FLOOR=$WALL
   table_row "floor, $n records" "$WALL" - "$n" "$RSS"
-  best_of_3 run -mftfile "$MFT" -csv
+  best_of_3 "$BIN" -quiet -out "$OUT/run.out" -mftfile "$MFT" -csv
   table_row "brimlock, $n records" "$WALL" "$FLOOR" "$n" "$RSS"
   PER="$PER $(awk -v s="$WALL" -v n="$n" 'BEGIN { printf "%.3f", s * 1e6 / n }')"
   [ "$n" = "$RECORDS" ] || rm -f "$MFT"  # ten times the records: made again when asked for

@@ -1,4 +1,5 @@
 #include "base/orv_fileio.h"
+#include "base/orv_results_stream.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -47,4 +48,29 @@ TEST(FileIo, ReadsClampRefusalsAndProcFiles) {
   EXPECT_LT(buf.size(), 0x40000u);
   EXPECT_EQ(std::string(buf.begin(), buf.begin() + 5), "Name:");
   testutil::run_shell("rm -rf " + dir);
+}
+
+// Buffers past the first are written by the stream's own thread: every byte arrives, in order,
+// and a device that takes none makes close() fail, however many buffers went before.
+TEST(ResultsStream, BuffersWrittenInOrderAndFailuresSeen) {
+  const std::string path = testutil::make_temp_dir("results") + "/rows.txt";
+  std::string expected;
+  {
+    results_stream out;
+    ASSERT_TRUE(out.open_file(path));
+    for (int i = 0; expected.size() < (7u << 20) / 2; ++i) {
+      std::string line = std::to_string(i) + std::string(size_t(i % 300), char('a' + i % 26)) + "\n";
+      out << line;
+      expected += line;
+      if (i == 5000) out.flush();  // a flush in the middle waits for the thread, then goes on
+    }
+    EXPECT_TRUE(out.close());
+  }
+  EXPECT_EQ(testutil::read_text(path), expected);
+
+  results_stream full;
+  ASSERT_TRUE(full.open_file("/dev/full"));
+  full << std::string(3u << 20, 'x');
+  EXPECT_FALSE(full.close());
+  EXPECT_TRUE(full.failed());
 }
