@@ -124,16 +124,20 @@ bool fileio::read_at(std::vector<uint8_t>& buffer, uint64_t length, uint64_t off
   return !buffer.empty();
 }
 
-bool fileio::write(const void* data, size_t length) {
-  if (m_fd < 0 || !m_is_writable) return false;
+bool write_all(int fd, const void* data, size_t length) {
   const uint8_t* p = static_cast<const uint8_t*>(data);
   size_t done = 0;
   while (done < length) {
-    ssize_t n = ::write(m_fd, p + done, length - done);
+    ssize_t n = ::write(fd, p + done, length - done);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return false;
     done += size_t(n);
   }
+  return true;
+}
+
+bool fileio::write(const void* data, size_t length) {
+  if (m_fd < 0 || !m_is_writable || !write_all(m_fd, data, length)) return false;
   off_t at = ::lseek(m_fd, 0, SEEK_CUR);
   if (at > 0 && uint64_t(at) > m_size) m_size = uint64_t(at);
   return true;

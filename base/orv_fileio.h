@@ -7,6 +7,10 @@
 
 namespace uni {
 
+// Writes all `length` bytes to `fd`, again after short writes and interruptions. False when some
+// byte could not be written: a full disk, a broken device.
+bool write_all(int fd, const void* data, size_t length);
+
 class fileio {
  public:
   fileio() = default;

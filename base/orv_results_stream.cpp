@@ -3,26 +3,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
 
-namespace {
-
-// False when some byte could not be written: a full disk, a broken device.
-bool write_all(int fd, const std::string& bytes) {
-  size_t done = 0;
-  while (done < bytes.size()) {
-    ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    done += size_t(n);
-  }
-  return true;
-}
-
-}  // namespace
+#include "base/orv_fileio.h"
 
 // The writing thread and the one buffer it holds. `m_full` is the handed-off buffer; the
 // writer empties it (keeping its capacity) and hands it back by clearing `m_busy`.
@@ -43,7 +28,7 @@ struct results_stream::background {
       if (!m_busy) return;
       const bool failed = m_failed;
       hold.unlock();
-      const bool written = failed || write_all(m_fd, m_full);
+      const bool written = failed || uni::write_all(m_fd, m_full.data(), m_full.size());
       m_full.clear();
       hold.lock();
       if (!written) m_failed = true;  // rows would be lost unseen: the run reports it at close
@@ -101,7 +86,7 @@ void results_stream::flush() {
     m_background->wait_idle();
     if (m_background->m_failed) m_failed = true;
   }
-  if (!m_failed && !write_all(m_fd, m_buffer)) m_failed = true;
+  if (!m_failed && !uni::write_all(m_fd, m_buffer.data(), m_buffer.size())) m_failed = true;
   m_buffer.clear();
 }
 

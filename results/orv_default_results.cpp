@@ -62,7 +62,7 @@ struct default_row_scratch {
   std::vector<uint32_t> m_dos;
   record_notes m_notes;
   std::string m_type_dos;
-  std::string m_path;
+  std::string_view m_path;  // the entry's own text, or a fixed one
   std::string m_refinode;
   std::string m_other;
   std::string m_extracted;
@@ -430,7 +430,7 @@ void write_timeline_rows(entry_record& entry, const scan_state& scan, default_wr
 
   if (is_stub(entry)) {
     // A record without names still has a history: its standard information times.
-    scratch.m_path.assign("<no path>");
+    scratch.m_path = "<no path>";
     add_marks(scratch.m_marks, group_si, k_stub_name, false, si.modified(), si.accessed(), si.mft_modified(),
               si.created());
     flush_timeline(state, entry, k_stub_parent, entry.m_inode);
@@ -438,7 +438,7 @@ void write_timeline_rows(entry_record& entry, const scan_state& scan, default_wr
   }
 
   for (uint64_t parent : scratch.m_parents) {
-    scratch.m_path.clear();
+    scratch.m_path = std::string_view();
     auto found = entry.m_parent_names.find(parent);
     if (found != entry.m_parent_names.end()) scratch.m_path = found->second.m_path;
 

@@ -19,6 +19,7 @@
 #include "analysis/orv_mft_scan.h"
 #include "analysis/orv_scan_state.h"
 #include "base/orv_console.h"
+#include "base/orv_fileio.h"
 #include "base/orv_path.h"
 #include "base/orv_string.h"
 #include "run/mft_entries_ctx.h"
@@ -108,24 +109,9 @@ bool copy_rest(int in, int out) {
   if (errno != EXDEV && errno != ENOSYS && errno != EINVAL && errno != EOPNOTSUPP) return false;
   std::vector<char> buffer(1 << 20);
   ssize_t n;
-  while ((n = ::read(in, buffer.data(), buffer.size())) > 0) {
-    for (ssize_t done = 0; done < n;) {
-      ssize_t w = ::write(out, buffer.data() + done, size_t(n - done));
-      if (w <= 0) return false;
-      done += w;
-    }
-  }
+  while ((n = ::read(in, buffer.data(), buffer.size())) > 0)
+    if (!uni::write_all(out, buffer.data(), size_t(n))) return false;
   return n == 0;
-}
-
-bool write_all(int fd, const char* data, size_t length) {
-  while (length) {
-    ssize_t n = ::write(fd, data, length);
-    if (n <= 0) return false;
-    data += n;
-    length -= size_t(n);
-  }
-  return true;
 }
 
 bool is_blank_line(const std::string& text, size_t begin, size_t end) {
@@ -198,7 +184,7 @@ int run_instances(const mft_entries_ctx& c, uint32_t instance_count, const std::
     }
     if (banner.empty()) log_line(c, "banner not present");
     std::string head = banner + "\n";
-    written = write_all(fd, head.data(), head.size());
+    written = uni::write_all(fd, head.data(), head.size());
     ::close(fd);
   }
 
@@ -279,7 +265,7 @@ int run_instances(const mft_entries_ctx& c, uint32_t instance_count, const std::
       int out = from == std::string::npos ? -1 : ::open(out_path.c_str(), O_WRONLY | O_CLOEXEC);
       if (out >= 0 && ::lseek(out, 0, SEEK_END) < 0) written = false;
       if (out >= 0) {
-        bool ok = write_all(out, head.data() + from, head.size() - from) && copy_rest(in, out);
+        bool ok = uni::write_all(out, head.data() + from, head.size() - from) && copy_rest(in, out);
         if (::close(out) != 0 || !ok) written = false;
       }
       ::close(in);
