@@ -40,15 +40,9 @@ uint64_t attrib_item::stream_size() const {
   return std::max(real_size(), valid_size());
 }
 
-// ---- recycled nodes ---------------------------------------------------------------------------
+// ---- reuse ---------------------------------------------------------------------------------
 
 struct entry_node_pools {
-  std::vector<std::map<uint16_t, si_entry>::node_type> m_si;
-  std::vector<std::map<std::string, file_name_entry>::node_type> m_fn;
-  std::vector<std::map<uint16_t, oid_entry>::node_type> m_oid;
-  std::vector<std::map<attrib_key, attrib_item>::node_type> m_attr;
-  std::vector<std::map<uint64_t, parent_name>::node_type> m_parent;
-  // Scratch text of the decoder.
   std::wstring m_wide;
   std::string m_narrow;
   std::string m_key;
@@ -64,38 +58,13 @@ entry_node_pools& entry_pool_holder::nodes() {
   return *m_pools;
 }
 
-// A record with thousands of links must not leave thousands of nodes behind for the rest of the run.
-static constexpr size_t k_pool_limit = 256;
-
-template <class Map>
-static void recycle(Map& map, std::vector<typename Map::node_type>& pool) {
-  while (!map.empty() && pool.size() < k_pool_limit) pool.push_back(map.extract(map.begin()));
-  map.clear();
-}
-
-// Inserts `key` with a recycled node when one is at hand. The mapped value of a recycled node
-// still holds the previous record's content: callers overwrite every field. First insert wins.
-template <class Map, class Key>
-static std::pair<typename Map::iterator, bool> pooled_insert(Map& map, std::vector<typename Map::node_type>& pool,
-                                                             const Key& key) {
-  if (pool.empty()) return map.try_emplace(key);
-  auto found = map.find(key);
-  if (found != map.end()) return {found, false};
-  typename Map::node_type node = std::move(pool.back());
-  pool.pop_back();
-  node.key() = key;
-  auto result = map.insert(std::move(node));
-  return {result.position, true};
-}
-
 void entry_record::clear() {
-  // Called for every record of a scan: nodes go back to the pools and strings keep their capacity.
-  entry_node_pools& pools = m_pools.nodes();
-  recycle(m_std_infos, pools.m_si);
-  recycle(m_file_names, pools.m_fn);
-  recycle(m_object_ids, pools.m_oid);
-  recycle(m_attribs, pools.m_attr);
-  recycle(m_parent_names, pools.m_parent);
+  // Called for every record of a scan: the maps keep their elements and strings their capacity.
+  m_std_infos.clear();
+  m_file_names.clear();
+  m_object_ids.clear();
+  m_attribs.clear();
+  m_parent_names.clear();
   m_source_name.clear();
   m_has_attrib_list = m_attrib_list_nonresident = m_has_time_warning = false;
   m_time_warning.clear();
@@ -162,7 +131,7 @@ std::string make_path_key(uint64_t parent_number, const std::string& name_utf8, 
 // A new stored attribute under `key`, filled from `attr`; nullptr when the key is taken.
 static attrib_item* new_item(entry_record& entry, attrib_key key, const attrib_view& attr, const char* label,
                              const std::wstring& name, uint64_t inode) {
-  auto slot = pooled_insert(entry.m_attribs, entry.m_pools.nodes().m_attr, key);
+  auto slot = entry.m_attribs.reuse_insert(key);
   if (!slot.second) return nullptr;
   attrib_item& item = slot.first->second;
   item.m_name = name;
@@ -296,7 +265,7 @@ static void categorize_file_name(entry_record& entry, const scan_state& scan, ui
   pools.m_narrow.clear();
   orv::append_utf8_of(pools.m_narrow, pools.m_wide);
   build_path_key(pools.m_key, orv::le48(raw.data()), pools.m_narrow, inode);
-  auto slot = pooled_insert(entry.m_file_names, pools.m_fn, pools.m_key);
+  auto slot = entry.m_file_names.reuse_insert(pools.m_key);
   if (!slot.second) return;  // the first attribute under a key stays
   file_name_entry& fn = slot.first->second;
   fn.m_raw = raw;
@@ -322,7 +291,7 @@ static void categorize_file_name(entry_record& entry, const scan_state& scan, ui
     }
 
   if (fn.dos_only()) return;  // a DOS-only name never names a path
-  auto parent = pooled_insert(entry.m_parent_names, pools.m_parent, fn.parent_ref());
+  auto parent = entry.m_parent_names.reuse_insert(fn.parent_ref());
   if (parent.second) {
     parent.first->second.m_name = fn.m_name;
     parent.first->second.m_path.clear();
@@ -355,12 +324,11 @@ bool categorize_attrib(entry_record& entry, scan_state& scan, uint64_t inode, co
   if (attr.has_name()) orv::utf16_to_wide(attr.m_bytes.at(attr.name_offset()), int64_t(attr.name_length()) * 2, name);
   byte_span value = attr.non_resident() ? byte_span() : attr.value();
   const attrib_key key = make_attrib_key(type, attr.id(), holder_slot(entry, inode));
-  entry_node_pools& pools = entry.m_pools.nodes();
 
   switch (type) {
     case AT_STANDARD_INFORMATION: {
       if (!value.m_size) break;
-      auto slot = pooled_insert(entry.m_std_infos, pools.m_si, attr.id());
+      auto slot = entry.m_std_infos.reuse_insert(attr.id());
       if (!slot.second) break;
       si_entry& si = slot.first->second;
       si.assign(value.m_data, value.m_size);
@@ -376,7 +344,7 @@ bool categorize_attrib(entry_record& entry, scan_state& scan, uint64_t inode, co
       break;
     case AT_OBJECT_ID: {
       if (attr.non_resident() || attr.value_offset() == 0 || attr.value_length() < 16) break;
-      auto slot = pooled_insert(entry.m_object_ids, pools.m_oid, attr.id());
+      auto slot = entry.m_object_ids.reuse_insert(attr.id());
       if (!slot.second) break;
       oid_entry& oid = slot.first->second;
       oid.m_ids.fill(0);

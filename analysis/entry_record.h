@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "base/orv_flat_map.h"
 #include "ntfs/orv_attrib.h"
 #include "ntfs/orv_file_name.h"
 #include "ntfs/orv_record_header.h"
@@ -89,8 +90,8 @@ struct parent_name {
   std::string m_path;
 };
 
-// Map nodes of a cleared entry, kept for the next record, so that a scan that reuses one entry
-// does not allocate and free the same nodes and strings for every record. A copy starts empty.
+// Scratch of the decoder, kept with the entry so that a scan that reuses one entry does not
+// allocate the same strings for every record. A copy starts empty.
 struct entry_node_pools;
 struct entry_pool_holder {
   entry_pool_holder();
@@ -118,19 +119,19 @@ class entry_record {
   std::vector<uint8_t> m_raw_record;
   bool m_is_extension = false;
   uint64_t m_base_ref = 0;
-  std::map<uint16_t, si_entry> m_std_infos;
-  std::map<std::string, file_name_entry> m_file_names;
-  std::map<uint16_t, oid_entry> m_object_ids;
+  flat_map<uint16_t, si_entry> m_std_infos;
+  flat_map<std::string, file_name_entry> m_file_names;
+  flat_map<uint16_t, oid_entry> m_object_ids;
   std::map<attrib_key, std::wstring> m_volume_names;
   std::map<attrib_key, vol_info_entry> m_volume_infos;
   std::map<attrib_key, std::wstring> m_reparse_targets;
   std::map<std::wstring, std::array<uint8_t, 16>> m_index_roots;
-  std::map<attrib_key, attrib_item> m_attribs;
+  flat_map<attrib_key, attrib_item> m_attribs;
   std::vector<uint64_t> m_holders;  // extension records met, in order: holder slots 1, 2, ...
   bool m_has_unnamed_data = false;
   std::vector<uint8_t> m_zone_buffer;
   std::map<std::string, std::string> m_zone_info;
-  std::map<uint64_t, parent_name> m_parent_names;
+  flat_map<uint64_t, parent_name> m_parent_names;
   bool m_hash_failed = false;
   std::array<uint8_t, 16> m_md5{};
   std::array<uint8_t, 20> m_sha1{};
