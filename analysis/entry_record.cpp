@@ -44,6 +44,7 @@ uint64_t attrib_item::stream_size() const {
 
 struct entry_node_pools {
   std::wstring m_wide;
+  std::wstring m_attrib_name;
   std::string m_narrow;
   std::string m_key;
   data_run_list m_runs;
@@ -320,7 +321,8 @@ bool categorize_attrib(entry_record& entry, scan_state& scan, uint64_t inode, co
 
   attrib_view attr(byte_span(attribute, length));
   uint32_t type = attr.type();
-  std::wstring name;
+  std::wstring& name = entry.m_pools.nodes().m_attrib_name;
+  name.clear();
   if (attr.has_name()) orv::utf16_to_wide(attr.m_bytes.at(attr.name_offset()), int64_t(attr.name_length()) * 2, name);
   byte_span value = attr.non_resident() ? byte_span() : attr.value();
   const attrib_key key = make_attrib_key(type, attr.id(), holder_slot(entry, inode));

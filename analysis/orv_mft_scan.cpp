@@ -223,8 +223,11 @@ void split_walk(const mft_entries_ctx& options, scan_state& scan, const record_s
     batch.m_entries.resize(k_batch_records);
     batch.m_selected.resize(k_batch_records);
   }
+  // Each side sleeps on its own condition and is woken only when it sleeps: a wake-up is a system
+  // call, and the side that keeps up would otherwise pay one for every batch.
   std::mutex lock;
-  std::condition_variable changed;
+  std::condition_variable reader_wakes, writer_wakes;
+  bool reader_waits = false, writer_waits = false;
   size_t filled = 0;   // batches handed over since the start
   size_t written = 0;  // batches the writer has finished
   bool finished = false;
@@ -234,17 +237,21 @@ void split_walk(const mft_entries_ctx& options, scan_state& scan, const record_s
     for (size_t n = 0;; ++n) {
       {
         std::unique_lock<std::mutex> hold(lock);
-        changed.wait(hold, [&] { return filled > n || finished; });
+        writer_waits = true;
+        writer_wakes.wait(hold, [&] { return filled > n || finished; });
+        writer_waits = false;
         if (filled <= n) return;
       }
       record_batch& batch = ring[n % k_batches];
       for (size_t i = 0; i < batch.m_count; ++i)
         if (batch.m_selected[i]) sink_write(sink, batch.m_entries[i], shared);
+      bool wake = false;
       {
         std::lock_guard<std::mutex> hold(lock);
         written = n + 1;
+        wake = reader_waits;
       }
-      changed.notify_all();
+      if (wake) reader_wakes.notify_one();
     }
   });
 
@@ -253,7 +260,9 @@ void split_walk(const mft_entries_ctx& options, scan_state& scan, const record_s
   for (uint64_t inode = options.m_mft_start; inode < setup.m_end; ++n) {
     {
       std::unique_lock<std::mutex> hold(lock);
-      changed.wait(hold, [&] { return n - written < k_batches; });
+      reader_waits = true;
+      reader_wakes.wait(hold, [&] { return n - written < k_batches; });
+      reader_waits = false;
     }
     record_batch& batch = ring[n % k_batches];
     batch.m_count = 0;
@@ -261,17 +270,19 @@ void split_walk(const mft_entries_ctx& options, scan_state& scan, const record_s
       show_entry_progress(options, setup, inode);
       batch.m_selected[batch.m_count] = take_record(batch.m_entries[batch.m_count], buffer, inode, options, scan);
     }
+    bool wake = false;
     {
       std::lock_guard<std::mutex> hold(lock);
       filled = n + 1;
+      wake = writer_waits;
     }
-    changed.notify_all();
+    if (wake) writer_wakes.notify_one();
   }
   {
     std::lock_guard<std::mutex> hold(lock);
     finished = true;
   }
-  changed.notify_all();
+  writer_wakes.notify_one();
   writer.join();
 }
 
