@@ -15,6 +15,7 @@
 #include "ntfs/orv_security.h"
 #include "results/orv_default_notes.h"
 #include "results/orv_extract.h"
+#include "results/orv_result_cells.h"
 #include "results/result_row.h"
 #include "run/mft_entries_ctx.h"
 
@@ -27,10 +28,10 @@ int64_t unix_seconds(uint64_t filetime) {
   return seconds - int64_t(orv::FILETIME_UNIX_EPOCH / orv::FILETIME_TICKS_PER_SECOND);
 }
 
-void append_seconds(std::string& out, uint64_t filetime) {
+char* put_seconds(char* p, uint64_t filetime) {
   const int64_t seconds = unix_seconds(filetime);
-  if (seconds < 0) out.push_back('-');
-  append_decimal(out, seconds < 0 ? uint64_t(-seconds) : uint64_t(seconds));
+  if (seconds < 0) *p++ = '-';
+  return put_decimal(p, seconds < 0 ? uint64_t(-seconds) : uint64_t(seconds));
 }
 
 void add_count_note(std::string& notes, const char* label, size_t count) {
@@ -41,20 +42,31 @@ void add_count_note(std::string& notes, const char* label, size_t count) {
 }
 
 // One row: the fields behind the name, with the times in access, modify, change, create order.
-void write_row(std::string& line, const bodyfile_writer& w, const std::string& first, const std::string& name,
-               const std::string& tail, uint64_t accessed, uint64_t modified, uint64_t changed, uint64_t created,
+// Formed in place at the end of `line`, grown first by what the row can take at the most.
+void write_row(std::string& line, const bodyfile_writer& w, std::string_view first, std::string_view name,
+               std::string_view tail, uint64_t accessed, uint64_t modified, uint64_t changed, uint64_t created,
                const result_layout& layout) {
   const std::string& separator = w.m_options.m_field_separator;
-  line.append(first).append(separator);
-  append_clean_text(line, name, layout, false);
-  append_clean_text(line, tail, layout, false);
-  line.append(separator).append(w.m_text);  // entry number, mode, uid, gid, size
+  const size_t start = line.size();
+  line.resize(start + first.size() + 4 * (name.size() + tail.size()) + w.m_text.size() + 6 * separator.size() +
+              4 * 21 + 1);
+  char* const base = &line[0];
+  char* p = base + start;
+  using row_text::put_bytes;
+  using row_text::put_clean;
+  p = put_bytes(p, first.data(), first.size());
+  p = put_bytes(p, separator.data(), separator.size());
+  p = put_clean(p, name.data(), name.size(), layout.m_replace_char, layout.m_replace_with, layout.m_line_break_tokens);
+  p = put_clean(p, tail.data(), tail.size(), layout.m_replace_char, layout.m_replace_with, layout.m_line_break_tokens);
+  p = put_bytes(p, separator.data(), separator.size());
+  p = put_bytes(p, w.m_text.data(), w.m_text.size());  // entry number, mode, uid, gid, size
   const uint64_t times[4] = {accessed, modified, changed, created};
   for (uint64_t t : times) {
-    line.append(separator);
-    append_seconds(line, t);
+    p = put_bytes(p, separator.data(), separator.size());
+    p = put_seconds(p, t);
   }
-  line.push_back('\n');
+  *p++ = '\n';
+  line.resize(size_t(p - base));
 }
 
 }  // namespace

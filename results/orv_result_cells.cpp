@@ -348,14 +348,29 @@ char* put_hex(char* p, uint64_t value, int min_digits) {
 }
 
 char* put_decimal(char* p, uint64_t value) {
+  // Two digits a division: timestamps and sizes have ten digits and more.
+  static const char k_pairs[] =
+      "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+      "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+      "8081828384858687888990919293949596979899";
   char digits[24];
-  int n = 0;
-  do {
-    digits[n++] = char('0' + value % 10);
-    value /= 10;
-  } while (value);
-  while (n) *p++ = digits[--n];
-  return p;
+  char* end = digits + sizeof digits;
+  char* d = end;
+  while (value >= 100) {
+    const char* pair = k_pairs + 2 * (value % 100);
+    value /= 100;
+    *--d = pair[1];
+    *--d = pair[0];
+  }
+  if (value >= 10) {
+    *--d = k_pairs[2 * value + 1];
+    *--d = k_pairs[2 * value];
+  } else {
+    *--d = char('0' + value);
+  }
+  const size_t n = size_t(end - d);
+  std::memcpy(p, d, n);
+  return p + n;
 }
 
 void append_hex(std::string& out, uint64_t value, int min_digits) {
