@@ -136,7 +136,7 @@ static attrib_item* new_item(entry_record& entry, attrib_key key, const attrib_v
   if (!slot.second) return nullptr;
   attrib_item& item = slot.first->second;
   item.m_name = name;
-  item.m_label = label;
+  if (item.m_label != label) item.m_label = label;  // a reused item mostly held the same kind
   item.m_raw_attrib.assign(attr.m_bytes.m_data, attr.m_bytes.m_data + attr.m_bytes.m_size);
   item.m_text.clear();
   item.m_is_ads = false;
@@ -250,6 +250,27 @@ static void categorize_data(entry_record& entry, const scan_state& scan, uint64_
   parse_zone_identifier(entry.m_zone_buffer.data(), entry.m_zone_buffer.size(), entry.m_zone_info);
 }
 
+// The name in its wide and its UTF-8 form. Most names are ASCII, and then one pass fills both.
+static void decode_name(const uint8_t* units, size_t count, std::wstring& wide, std::string& narrow) {
+  wide.resize(count);
+  narrow.resize(count);
+  size_t i = 0;
+  for (; i < count; ++i) {
+    const uint16_t unit = le16(units + 2 * i);
+    if (unit == 0 || unit >= 0x80) break;
+    wide[i] = wchar_t(unit);
+    narrow[i] = char(unit);
+  }
+  if (i < count && le16(units + 2 * i) != 0) {
+    orv::utf16_to_wide(units, int64_t(count * 2), wide);
+    narrow.clear();
+    orv::append_utf8_of(narrow, wide);
+    return;
+  }
+  wide.resize(i);  // a NUL unit ends the name
+  narrow.resize(i);
+}
+
 static void categorize_file_name(entry_record& entry, const scan_state& scan, uint64_t inode,
                                  const attrib_view& attr) {
   byte_span value = attr.value();
@@ -257,21 +278,15 @@ static void categorize_file_name(entry_record& entry, const scan_state& scan, ui
   entry_node_pools& pools = entry.m_pools.nodes();
   std::array<uint8_t, 68> raw{};
   std::memcpy(raw.data(), value.m_data, std::min<size_t>(value.m_size, raw.size()));
-  uint8_t name_units = raw[64];
-  pools.m_wide.clear();
-  if (name_units) {
-    byte_span chars = value.sub(66, size_t(name_units) * 2);
-    orv::utf16_to_wide(chars.m_data, int64_t(chars.m_size), pools.m_wide);
-  }
-  pools.m_narrow.clear();
-  orv::append_utf8_of(pools.m_narrow, pools.m_wide);
+  byte_span chars = value.sub(66, size_t(raw[64]) * 2);
+  decode_name(chars.m_data, chars.m_size / 2, pools.m_wide, pools.m_narrow);
   build_path_key(pools.m_key, orv::le48(raw.data()), pools.m_narrow, inode);
   auto slot = entry.m_file_names.reuse_insert(pools.m_key);
   if (!slot.second) return;  // the first attribute under a key stays
   file_name_entry& fn = slot.first->second;
   fn.m_raw = raw;
-  fn.m_name = pools.m_wide;
-  fn.m_name_utf8 = pools.m_narrow;
+  fn.m_name.swap(pools.m_wide);  // the scratch takes the old buffers for the next name
+  fn.m_name_utf8.swap(pools.m_narrow);
   fn.m_is_dos_name = raw[65] == 2;
   fn.m_indexed = attr.m_bytes.u8(0x16) & 1;
   fn.m_time_anomaly = false;
@@ -335,7 +350,8 @@ bool categorize_attrib(entry_record& entry, scan_state& scan, uint64_t inode, co
       si_entry& si = slot.first->second;
       si.assign(value.m_data, value.m_size);
       si.m_time_anomaly = !si.created() || !si.modified() || !si.mft_modified() || !si.accessed();
-      si.m_anomaly_text = si.m_time_anomaly ? "null" : "";
+      if (si.m_time_anomaly) si.m_anomaly_text = "null";
+      else si.m_anomaly_text.clear();
       break;
     }
     case AT_ATTRIBUTE_LIST:
