@@ -40,9 +40,11 @@ uint64_t attrib_item::stream_size() const {
   return std::max(real_size(), valid_size());
 }
 
-// ---- reuse ---------------------------------------------------------------------------------
+// ---- scratch ---------------------------------------------------------------------------------
 
-struct entry_node_pools {
+// Text and runs the decoder builds on its way, one set per decoding thread: a scan hands entries
+// from a ring to the writers, and scratch kept with each entry would be cold at every record.
+struct decode_scratch {
   std::wstring m_wide;
   std::wstring m_attrib_name;
   std::string m_narrow;
@@ -50,13 +52,9 @@ struct entry_node_pools {
   data_run_list m_runs;
 };
 
-entry_pool_holder::entry_pool_holder() = default;
-entry_pool_holder::entry_pool_holder(const entry_pool_holder&) {}
-entry_pool_holder& entry_pool_holder::operator=(const entry_pool_holder&) { return *this; }
-entry_pool_holder::~entry_pool_holder() = default;
-entry_node_pools& entry_pool_holder::nodes() {
-  if (!m_pools) m_pools = std::make_unique<entry_node_pools>();
-  return *m_pools;
+static decode_scratch& scratch() {
+  thread_local decode_scratch kept;
+  return kept;
 }
 
 void entry_record::clear() {
@@ -152,7 +150,7 @@ static attrib_item* new_item(entry_record& entry, attrib_key key, const attrib_v
 // A like attribute already stored under the key with the same name takes the new extent's runs;
 // one with another name keeps its place and the new one is dropped.
 static void merge_into(entry_record& entry, attrib_item& stored, const attrib_view& attr) {
-  data_run_list& runs = entry.m_pools.nodes().m_runs;
+  data_run_list& runs = scratch().m_runs;
   runs.clear();
   if (attr.non_resident()) attribute_run_list(attr.m_bytes.m_data, uint32_t(attr.m_bytes.m_size), runs);
   merge_run_lists(stored.m_runs, runs);
@@ -195,7 +193,7 @@ static void store_captured_or_merged(entry_record& entry, attrib_key key, const 
 static void read_zone_stream(entry_record& entry, const scan_state& scan, const attrib_view& attr) {
   CNtfs* volume = scan.m_source.volume();
   if (!entry.m_zone_buffer.empty() || !attr.non_resident() || !volume) return;
-  data_run_list& runs = entry.m_pools.nodes().m_runs;
+  data_run_list& runs = scratch().m_runs;
   runs.clear();
   if (!attribute_run_list(attr.m_bytes.m_data, uint32_t(attr.m_bytes.m_size), runs) || runs.empty()) return;
   uint64_t size = std::max(attr.real_size(), attr.initialised_size());
@@ -275,18 +273,18 @@ static void categorize_file_name(entry_record& entry, const scan_state& scan, ui
                                  const attrib_view& attr) {
   byte_span value = attr.value();
   if (!value.m_size) return;
-  entry_node_pools& pools = entry.m_pools.nodes();
+  decode_scratch& work = scratch();
   std::array<uint8_t, 68> raw{};
   std::memcpy(raw.data(), value.m_data, std::min<size_t>(value.m_size, raw.size()));
   byte_span chars = value.sub(66, size_t(raw[64]) * 2);
-  decode_name(chars.m_data, chars.m_size / 2, pools.m_wide, pools.m_narrow);
-  build_path_key(pools.m_key, orv::le48(raw.data()), pools.m_narrow, inode);
-  auto slot = entry.m_file_names.reuse_insert(pools.m_key);
+  decode_name(chars.m_data, chars.m_size / 2, work.m_wide, work.m_narrow);
+  build_path_key(work.m_key, orv::le48(raw.data()), work.m_narrow, inode);
+  auto slot = entry.m_file_names.reuse_insert(work.m_key);
   if (!slot.second) return;  // the first attribute under a key stays
   file_name_entry& fn = slot.first->second;
   fn.m_raw = raw;
-  fn.m_name.swap(pools.m_wide);  // the scratch takes the old buffers for the next name
-  fn.m_name_utf8.swap(pools.m_narrow);
+  fn.m_name.swap(work.m_wide);  // the scratch takes the old buffers for the next name
+  fn.m_name_utf8.swap(work.m_narrow);
   fn.m_is_dos_name = raw[65] == 2;
   fn.m_indexed = attr.m_bytes.u8(0x16) & 1;
   fn.m_time_anomaly = false;
@@ -336,7 +334,7 @@ bool categorize_attrib(entry_record& entry, scan_state& scan, uint64_t inode, co
 
   attrib_view attr(byte_span(attribute, length));
   uint32_t type = attr.type();
-  std::wstring& name = entry.m_pools.nodes().m_attrib_name;
+  std::wstring& name = scratch().m_attrib_name;
   name.clear();
   if (attr.has_name()) orv::utf16_to_wide(attr.m_bytes.at(attr.name_offset()), int64_t(attr.name_length()) * 2, name);
   byte_span value = attr.non_resident() ? byte_span() : attr.value();

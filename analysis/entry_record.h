@@ -4,7 +4,6 @@
 #include <array>
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -90,18 +89,6 @@ struct parent_name {
   std::string m_path;
 };
 
-// Scratch of the decoder, kept with the entry so that a scan that reuses one entry does not
-// allocate the same strings for every record. A copy starts empty.
-struct entry_node_pools;
-struct entry_pool_holder {
-  entry_pool_holder();
-  entry_pool_holder(const entry_pool_holder&);
-  entry_pool_holder& operator=(const entry_pool_holder&);
-  ~entry_pool_holder();
-  entry_node_pools& nodes();
-  std::unique_ptr<entry_node_pools> m_pools;
-};
-
 class entry_record {
  public:
   entry_record() = default;
@@ -155,7 +142,6 @@ class entry_record {
   bool m_size_mark = false;
   uint64_t m_record_offset = 0;
   std::wstring m_extracted_path;
-  entry_pool_holder m_pools;
 
   uint16_t header_flags() const { return m_header.flags(); }
   // Rows are written for base records with standard information; extension records show through
