@@ -31,6 +31,13 @@ std::string read_text(const std::string& path) {
   return text.str();
 }
 
+temp_file::temp_file(const std::vector<uint8_t>& bytes, const std::string& tag)
+    : m_path(make_temp_dir(tag) + "/image") {
+  write_file(m_path, bytes);
+}
+
+temp_file::~temp_file() { unlink(m_path.c_str()), rmdir(m_path.substr(0, m_path.rfind('/')).c_str()); }
+
 std::string shell_quote(const std::string& text) {
   std::string out = "'";
   for (char c : text) out += c == '\'' ? "'\\''" : std::string(1, c);

@@ -19,6 +19,13 @@ inline void write_file(const std::string& path, const std::vector<uint8_t>& byte
 }
 std::string read_text(const std::string& path);
 
+// `bytes` written to a file in a fresh temporary directory; both go with the object.
+struct temp_file {
+  std::string m_path;
+  explicit temp_file(const std::vector<uint8_t>& bytes, const std::string& tag = "image");
+  ~temp_file();
+};
+
 struct run_result { int status = -1; std::string out, err; };  // status as the shell sees it (0..255)
 // Runs a shell command line; stdout and stderr captured separately.
 run_result run_shell(const std::string& command_line);

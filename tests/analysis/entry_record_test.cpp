@@ -27,13 +27,12 @@ entry_record decode(const std::vector<uint8_t>& record, bool capture = false, bo
   return entry;
 }
 
-// Adds an attribute list entry that claims `length` bytes and names attribute `id` of record
-// `holder` (sequence number 1).
-void add_entry(std::vector<uint8_t>& list, uint32_t type, uint64_t holder, uint16_t id, uint16_t length = 32) {
+// Adds an attribute list entry that names attribute `id` of record `holder` (sequence number 1).
+void add_entry(std::vector<uint8_t>& list, uint32_t type, uint64_t holder, uint16_t id) {
   size_t at = list.size();
   list.resize(at + 32);
   orv::put_le32(list.data() + at, type);
-  orv::put_le16(list.data() + at + 4, length);
+  orv::put_le16(list.data() + at + 4, 32);
   orv::put_le64(list.data() + at + 16, holder | (1ull << 48));
   orv::put_le16(list.data() + at + 24, id);
 }
@@ -86,26 +85,20 @@ TEST(EntryRecord, LyingAttributesStayInsideTheRecord) {
   EXPECT_FALSE(e.m_attribs.count(make_attrib_key(0x80, 9)));
 }
 
-TEST(EntryRecord, DataStreamsAndZoneIdentifier) {
+// Values of named streams only on request; a Zone.Identifier parsed when asked for. (Streams,
+// their extents and sizes are compared with istat through the binary.)
+TEST(EntryRecord, StreamValuesAndZoneIdentifier) {
   record_builder b;
   b.resident(0x10, si_value(T1, T1, T1, T1));
-  // Two extents of one unnamed stream under different attribute ids: clusters 0-15, then 16-23.
-  b.nonresident(0x80, {0x11, 0x10, 0x20}, 0x18000, 0x18000, 0x18000, u"", 1, 0, 0, 15);
-  b.nonresident(0x80, {0x11, 0x08, 0x40}, 0, 0, 0, u"", 2, 0, 16, 23);
   b.resident(0x80, {'a', 'd', 's'}, u"notes", 3);
   b.resident(0x80, {'x'}, u"other", 3);  // same key, other name: dropped
   std::string zone = "[ZoneTransfer]\r\nZoneId=3\r\nHostUrl=about:internet\r\n";
   b.resident(0x80, std::vector<uint8_t>(zone.begin(), zone.end()), u"Zone.Identifier", 4);
 
   entry_record e = decode(b.build());
-  const attrib_item& data = e.m_attribs.at(make_attrib_key(0x80, 1));
-  ASSERT_EQ(data.m_runs.size(), 2u);
-  EXPECT_TRUE(data.m_runs[1].m_vcn == 16 && data.m_runs[1].m_lcn == 0x40);
-  EXPECT_EQ(data.stream_size(), 0x18000u);
   const attrib_item& ads = e.m_attribs.at(make_attrib_key(0x80, 3));
-  EXPECT_TRUE(ads.m_is_data && ads.m_name == L"notes" && ads.m_value.empty());  // values only on request
+  EXPECT_TRUE(ads.m_is_data && ads.m_name == L"notes" && ads.m_value.empty());
   EXPECT_TRUE(e.m_attribs.count(make_attrib_key(0x80, 4)) && e.m_zone_info.empty());
-
   entry_record zoned = decode(b.build(), true, true);
   EXPECT_EQ(zoned.m_attribs.at(make_attrib_key(0x80, 3)).m_value.size(), 3u);
   EXPECT_EQ(zoned.m_zone_info, (std::map<std::string, std::string>{{"HostUrl", "about:internet"}, {"ZoneId", "3"}}));
@@ -116,8 +109,9 @@ TEST(EntryRecord, DataStreamsAndZoneIdentifier) {
 TEST(EntryRecord, AttributeListsOnAnExtractedMft) {
   // Record 20 lists: its own $STANDARD_INFORMATION (skipped), a $FILE_NAME in extension record
   // 21, an id that record 21 does not hold, and record 21's $DATA extent (from VCN 1000) over and
-  // over: merged once per entry, the extent's runs grew without end.
-  std::vector<uint8_t> list, short_list;
+  // over: merged once per entry, the extent's runs grew without end. (Damaged lists end the walk:
+  // tests/ntfs/orv_attrib_list_test.cpp; a non-resident list is flagged: through the binary.)
+  std::vector<uint8_t> list;
   add_entry(list, 0x10, 20, 0);
   add_entry(list, 0x30, 21, 3);
   add_entry(list, 0x80, 21, 9);
@@ -126,30 +120,14 @@ TEST(EntryRecord, AttributeListsOnAnExtractedMft) {
   ext.m_base_ref = 20 | (1ull << 48);
   ext.resident(0x30, fn_value(ROOT, u"many links.txt", 1, T1, T1, T1, T1), u"", 3);
   ext.nonresident(0x80, {0x11, 0x02, 0x30, 0x11, 0x02, 0x40}, 4 * 4096, 4 * 4096, 4 * 4096, u"", 4, 0, 1000, 1003);
-  const std::vector<uint8_t> si = si_value(T1, T1, T1, T1);
-  entry_record listed =
-      decode(record_builder().resident(0x10, si, u"", 0).resident(0x20, list).build(), false, false, ext.build());
+  record_builder base;
+  base.resident(0x10, si_value(T1, T1, T1, T1), u"", 0).resident(0x20, list);
+  entry_record listed = decode(base.build(), false, false, ext.build());
   ASSERT_EQ(listed.m_file_names.size(), 1u);
   EXPECT_EQ(listed.m_file_names.begin()->second.m_inode, 21u);  // the record that held it
   ASSERT_EQ(listed.m_attribs.size(), 1u);
   EXPECT_EQ(listed.m_attribs.begin()->second.m_inode, 21u);
   EXPECT_EQ(listed.m_attribs.begin()->second.m_runs.size(), 2u);
-
-  // An entry of 13 bytes would land the next one inside itself: the list ends there.
-  add_entry(short_list, 0x10, 20, 0, 13);
-  short_list.resize(13);
-  add_entry(short_list, 0x30, 21, 3);
-  entry_record cut =
-      decode(record_builder().resident(0x10, si).resident(0x20, short_list).build(), false, false, ext.build());
-  EXPECT_TRUE(cut.m_has_attrib_list && cut.m_file_names.empty());
-
-  // A non-resident list has no clusters to be read from in an extracted $MFT: only flagged.
-  entry_record far = decode(record_builder()
-                                .resident(0x10, si)
-                                .nonresident(0x20, {0x11, 0x01, 0x30}, 4096, 200, 200)
-                                .resident(0x30, fn_value(ROOT, u"huge.txt", 1, T1, T1, T1, T1))
-                                .build());
-  EXPECT_TRUE(far.m_attrib_list_nonresident && far.m_file_names.size() == 1);
 }
 
 TEST(EntryRecord, NonResidentAttributeListBoundedByTheSource) {

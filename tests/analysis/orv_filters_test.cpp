@@ -122,12 +122,13 @@ TEST(RecordFilters, Signatures) {
   EXPECT_TRUE(signature_match(e, options, scan));
   CNtfs volume(nullptr, 0);
   scan.m_source.lend_volume(&volume);
-  attrib_item& first = add_data(e, 1, L"", 4096, true);
-  first.m_head.assign(16, 0);
-  std::memcpy(first.m_head.data(), "regf", 4);
+  std::vector<uint8_t> hive(16, 0);
+  std::memcpy(hive.data(), "regf", 4);
+  add_data(e, 1, L"", 4096, true).m_head = hive;
+  // The attributes sit in a vector: a reference into it lasts only until the next one is added.
   attrib_item& second = add_data(e, 2, L"", 4096, true);
   EXPECT_FALSE(signature_match(e, options, scan));  // the last one has no head bytes
-  second.m_head = first.m_head;
+  second.m_head = hive;
   EXPECT_TRUE(signature_match(e, options, scan));
   EXPECT_EQ(e.m_filter_type_text, L"RegistryHive");
 }

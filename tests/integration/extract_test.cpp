@@ -14,28 +14,23 @@ std::string digest_of(const std::string& tool, const std::string& file) {
   return testutil::run_shell(tool + " " + fixtures::q(file)).out.substr(0, tool == "md5sum" ? 32 : tool == "sha1sum" ? 40 : 64);
 }
 
+// One extraction run, the copies in the scratch directory of `tag`; its rows are per-path rows.
 struct copy_run {
   std::string dir;
-  fixtures::results rows;
-  int status = -1;
+  fixtures::rows_run r;
 };
 
-// One extraction run; the rows are the per-path rows of the results file.
 copy_run extract(const std::string& tag, const std::string& source, const std::string& options) {
-  copy_run run;
-  run.dir = fixtures::scratch_dir(tag);
-  const std::string out = run.dir + "/rows.csv";
-  run.status = fixtures::run_brimlock(source + " -quiet -action_copy_files " + fixtures::q(run.dir + "/copies") + " " +
-                                      options + " -out " + fixtures::q(out)).status;
-  run.rows = fixtures::parse_results(testutil::read_text(out), ",");
-  return run;
+  const std::string dir = fixtures::scratch_dir(tag);
+  return {dir, fixtures::run_rows(tag, source + " -quiet -action_copy_files " + fixtures::q(dir + "/copies") + " " +
+                                           options)};
 }
 
 // The copy named in the row of `name` (with ":stream" for a named stream), "" when none.
 std::string copy_of(const copy_run& run, const std::string& name) {
-  for (size_t i = 0; i < run.rows.rows.size(); ++i)
-    if (run.rows.cell(i, "name") == name && !run.rows.cell(i, "extracted file path").empty())
-      return run.rows.cell(i, "extracted file path");
+  for (size_t i = 0; i < run.r.rows.rows.size(); ++i)
+    if (run.r.rows.cell(i, "name") == name && !run.r.rows.cell(i, "extracted file path").empty())
+      return run.r.rows.cell(i, "extracted file path");
   return "";
 }
 
@@ -54,7 +49,7 @@ TEST(Extraction, CopiesMatchIcatAndAreNamedByStampAndDigest) {
     ASSERT_FALSE(image.empty());
     const fixtures::facts f = fixtures::load_facts(std::string(volume) + ".facts.tsv");
     const copy_run run = extract(std::string("extract-") + volume, "-image " + fixtures::q(image), "-all");
-    ASSERT_EQ(run.status, 0);
+    ASSERT_EQ(run.r.run.status, 0);
     for (const fixtures::fact_md5& m : f.md5s) {
       std::string name = base_name(m.path);
       const size_t colon = name.find(':');
@@ -114,8 +109,8 @@ TEST(Extraction, OptionsSourcesAndFilterDirectories) {
   // Deleted records go under their own status directory.
   run = extract("extract-deleted", on_image, "-filter_deleted_files -all");
   bool deleted_copy = false;
-  for (size_t i = 0; i < run.rows.rows.size(); ++i) {
-    const std::string copy = run.rows.cell(i, "extracted file path");
+  for (size_t i = 0; i < run.r.rows.rows.size(); ++i) {
+    const std::string copy = run.r.rows.cell(i, "extracted file path");
     EXPECT_TRUE(copy.empty() || copy.find("/copies/deleted-mft/") != std::string::npos) << copy;
     deleted_copy = deleted_copy || !copy.empty();
   }
@@ -125,16 +120,15 @@ TEST(Extraction, OptionsSourcesAndFilterDirectories) {
 TEST(Extraction, DigestAndHeaderColumnsOfTheDefaultRows) {
   const std::string image = fixtures::path("feature.img");
   ASSERT_FALSE(image.empty());
-  const std::string dir = fixtures::scratch_dir("digest-columns"), out = dir + "/rows.csv";
   // Reference bytes of big.bin: its icat-checked copy.
   const copy_run copied = extract("digest-reference", "-image " + fixtures::q(image), "-filter_inode 94");
   const std::string reference = copy_of(copied, "big.bin");
   ASSERT_EQ(digest_of("md5sum", reference), "1224042ab2f887844e4d4279c36424fe");
 
-  ASSERT_EQ(fixtures::run_brimlock("-image " + fixtures::q(image) + " -quiet -csv -md5 -sha1 -sha256 "
-                                   "-action_include_header -filter_inode 94 -out " + fixtures::q(out)).status, 0);
-  const fixtures::results rows = fixtures::parse_results(testutil::read_text(out), ",");
-  ASSERT_FALSE(rows.rows.empty());
+  const std::string columns = " -quiet -csv -md5 -sha1 -sha256 -action_include_header -filter_inode 94";
+  const fixtures::rows_run digests = fixtures::run_rows("digest-columns", "-image " + fixtures::q(image) + columns);
+  const fixtures::results& rows = digests.rows;
+  ASSERT_FALSE(rows.rows.empty()) << digests.run.err;
   const std::vector<std::string>& h = rows.header;
   // Columns in order: the SHA-256 digest stands under a second "SHA1 hash" heading.
   auto at = [&](size_t i) { return rows.rows[0][i]; };
@@ -153,9 +147,8 @@ TEST(Extraction, DigestAndHeaderColumnsOfTheDefaultRows) {
   EXPECT_EQ(rows.cell(0, "header info"), head_of(reference));
   const std::string packed = fixtures::path("compress.img");
   const copy_run text = extract("header-compressed", "-image " + fixtures::q(packed), "-filter_inode 66");
-  ASSERT_EQ(fixtures::run_brimlock("-image " + fixtures::q(packed) + " -quiet -csv -action_include_header "
-                                   "-filter_inode 66 -out " + fixtures::q(out)).status, 0);
-  const fixtures::results compressed = fixtures::parse_results(testutil::read_text(out), ",");
+  const fixtures::results compressed = fixtures::run_rows(
+      "header-columns", "-image " + fixtures::q(packed) + " -quiet -csv -action_include_header -filter_inode 66").rows;
   ASSERT_FALSE(compressed.rows.empty());
   EXPECT_EQ(compressed.cell(0, "header info"), head_of(copy_of(text, "text.txt")));
 }
@@ -166,12 +159,11 @@ TEST(Extraction, HashListMatchesCoreutils) {
   const std::string image = fixtures::path("compress.img");
   ASSERT_FALSE(image.empty());
   const fixtures::facts f = fixtures::load_facts("compress.facts.tsv");
-  const std::string dir = fixtures::scratch_dir("hash-list"), out = dir + "/hashes.txt";
-  ASSERT_EQ(fixtures::run_brimlock("-image " + fixtures::q(image) + " -quiet -hashfile \"md5 | sha1 | sha256\" "
-                                   "-action_copy_files " + fixtures::q(dir + "/copies") + " -out " + fixtures::q(out))
-                .status, 0);
   // The copies' rows are comma separated, and so is the list that goes with them.
-  const fixtures::results rows = fixtures::parse_results(testutil::read_text(out), ",");
+  const copy_run run = extract("hash-list", "-image " + fixtures::q(image), "-hashfile \"md5 | sha1 | sha256\"");
+  ASSERT_EQ(run.r.run.status, 0);
+  const std::string dir = run.dir;
+  const fixtures::results& rows = run.r.rows;
   ASSERT_GE(rows.header.size(), 21u);
   EXPECT_EQ(rows.header[0] + "," + rows.header[1] + "," + rows.header[2], "md5 hash,sha1 hash,sha256 hash");
   EXPECT_EQ(rows.header[20], "time-utc");  // the FN "mftdate" pair closes the times
@@ -207,11 +199,10 @@ TEST(Extraction, WindowsCompressedFileOfTheCorpus) {
 TEST(Extraction, HolesBeyondTheSourceAreRefused) {
   const std::string image = fixtures::path("holes.img");
   ASSERT_FALSE(image.empty());
-  const std::string dir = fixtures::scratch_dir("holes");
-  const auto r = fixtures::run_brimlock("-image " + fixtures::q(image) + " -quiet -all -raw -action_copy_files " +
-                                        fixtures::q(dir + "/copies") + " -out " + fixtures::q(dir + "/rows.csv"));
+  const copy_run run = extract("holes", "-image " + fixtures::q(image), "-all -raw");
+  const testutil::run_result& r = run.r.run;
   EXPECT_EQ(r.status, 0);
   EXPECT_NE(r.err.find("prob reading inode 0x1: its sparse ranges claim more than the volume holds"), std::string::npos)
       << r.err;
-  EXPECT_LT(std::stoull(testutil::run_shell("du -sk " + fixtures::q(dir + "/copies") + " | cut -f1").out), 1024u);
+  EXPECT_LT(std::stoull(testutil::run_shell("du -sk " + fixtures::q(run.dir + "/copies") + " | cut -f1").out), 1024u);
 }

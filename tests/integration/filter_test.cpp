@@ -1,5 +1,7 @@
-// Each filter family run through the binary on the feature volume's extracted $MFT, with the
-// records it should select worked out from what sleuthkit read of the same volume.
+// Each filter family run through the binary on the feature volume, with the records it should
+// select worked out from what sleuthkit read of the same volume: names, extensions, wildcards,
+// inodes, deleted files, times and sizes on its extracted $MFT; -filter_dir and -filter_file, paths
+// typed in other letter cases, against the records that fls lists under the same paths.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,16 +13,27 @@
 
 namespace {
 
-struct selection { std::set<uint64_t> records; fixtures::results rows; };
+fixtures::rows_run on_mft(const std::string& tag, const std::string& options) {
+  return fixtures::run_rows(tag, "-mftfile " + fixtures::q(fixtures::path("feature.mft")) + " -csv -quiet " + options);
+}
 
-selection run(const std::string& tag, const std::string& options) {
-  std::string out = fixtures::scratch_dir(tag) + "/rows.csv";
-  fixtures::run_brimlock("-mftfile " + fixtures::q(fixtures::path("feature.mft")) + " -csv -quiet " + options +
-                         " -out " + fixtures::q(out));
-  selection s;
-  s.rows = fixtures::parse_results(testutil::read_text(out), ",");
-  for (size_t i = 0; i < s.rows.rows.size(); ++i) s.records.insert(fixtures::parse_number(s.rows.cell(i, "mft entry")));
-  return s;
+// Records fls lists in directory `dir` or in its subdirectories down to `levels` levels.
+std::set<uint64_t> under(const fixtures::facts& f, const std::string& dir, unsigned levels) {
+  std::set<uint64_t> out;
+  for (const fixtures::fact_path& p : f.paths) {
+    const size_t slash = p.path.rfind('/');
+    const std::string parent = slash == std::string::npos ? "" : p.path.substr(0, slash);
+    if (parent == dir) out.insert(p.inode);
+    if (parent.compare(0, dir.size() + 1, dir + "/") != 0) continue;
+    if (unsigned(std::count(parent.begin() + long(dir.size()) + 1, parent.end(), '/')) + 1 <= levels) out.insert(p.inode);
+  }
+  return out;
+}
+
+uint64_t inode_of(const fixtures::facts& f, const std::string& path) {
+  for (const fixtures::fact_path& p : f.paths)
+    if (p.allocated && p.path == path) return p.inode;
+  return 0;
 }
 
 }  // namespace
@@ -61,6 +74,11 @@ TEST(FilterOptions, EachFamilySelectsTheRecordsOfTheFacts) {
       {"-filter_deleted_files", deleted, true, ""},
       {"-filter_inode 0x42 -filter_ext txt -filter_AND_logic", {0x42}, true, ""},
       {"-filter_inode 0x42 -filter_ext log -filter_AND_logic", {}, false, ""},
+      // Sizes of the unnamed stream: sizes/big.bin (94) is 300000 bytes, sizes/sparse.bin (95)
+      // 4 MiB; alternate streams of at least 9000 bytes: streams/data.txt (84) and its "bigstream".
+      {"-filter_min_size 0x100000 -filter_inode '94|95' -filter_AND_logic", {95}, true, ""},
+      {"-filter_min_size 200000 -filter_max_size 400000 -filter_inode '94|95' -filter_AND_logic", {94}, true, ""},
+      {"-filter_min_ads_size 9000 -filter_inode '84|85' -filter_AND_logic", {84}, true, ""},
       // readme.txt was created 2020-01-02 03:04:05; no other time of the volume falls on that day.
       {"-filter_start_time \"01/02/2020\" -filter_stop_time \"01/02/2020\"", {0x42}, true, ""},
   };
@@ -68,7 +86,7 @@ TEST(FilterOptions, EachFamilySelectsTheRecordsOfTheFacts) {
     const filter_case& c = cases[k];
     SCOPED_TRACE(c.options);
     EXPECT_EQ(c.want.empty(), !c.some);
-    selection s = run("filter" + std::to_string(k), c.options);
+    fixtures::rows_run s = on_mft("filter" + std::to_string(k), c.options);
     EXPECT_EQ(s.records, c.want);
     for (size_t i = 0; i < s.rows.rows.size(); ++i)
       EXPECT_NE(s.rows.cell(i, "other info").find(c.note), std::string::npos);
@@ -78,17 +96,62 @@ TEST(FilterOptions, EachFamilySelectsTheRecordsOfTheFacts) {
     }
   }
   // Without -filter_AND_logic either filter selects.
-  EXPECT_TRUE(run("for", "-filter_inode 5 -filter_ext log").records.count(5));
+  EXPECT_TRUE(on_mft("for", "-filter_inode 5 -filter_ext log").records.count(5));
 }
 
-TEST(FilterOptions, Sizes) {
-  // Sizes of the unnamed stream: sizes/big.bin (94) is 300000 bytes, sizes/sparse.bin (95) 4 MiB.
-  selection s = run("fmin", "-filter_min_size 0x100000");
-  EXPECT_TRUE(s.records.count(95) && !s.records.count(94));
-  s = run("fmax", "-filter_min_size 200000 -filter_max_size 400000");
-  EXPECT_TRUE(s.records.count(94) && !s.records.count(95));
-  // Alternate streams of at least 9000 bytes: streams/data.txt (84) with its 9000-byte "bigstream";
-  // the Zone.Identifier of streams/download.exe (85) is small.
-  s = run("fads", "-filter_min_ads_size 9000");
-  EXPECT_TRUE(s.records.count(84) && !s.records.count(85));
+TEST(PathFilters, DirectoriesAndFilesAsFlsListsThem) {
+  const std::string image = fixtures::path("feature.img");
+  ASSERT_FALSE(image.empty());
+  const std::string source = "-image " + fixtures::q(image) + " -csv -quiet ";
+  const fixtures::facts f = fixtures::load_facts("feature.facts.tsv");
+  struct dir_case { const char* options; const char* dir; unsigned levels; } const dirs[] = {
+      {"-filter_dir DOCS", "docs", 0},
+      {"-filter_dir 'docs*'", "docs", 1},
+      {"-filter_dir '/Docs/Notes/*?'", "docs/notes", 99},
+      {"-filter_dir 'c:\\DOCS*2'", "docs", 2},
+      {"-filter_dir 'intl/ÜNÏCÖDÉ DIR'", "intl/Ünïcödé dir", 0},
+      {"-filter_dir ATTRLIST/MANY", "attrlist/many", 0},  // an index of many blocks
+      {"-filter_dir trash", "trash", 0},                  // a deleted file's record still names it
+  };
+  for (size_t k = 0; k < sizeof dirs / sizeof dirs[0]; ++k) {
+    const dir_case& c = dirs[k];
+    SCOPED_TRACE(c.options);
+    const fixtures::rows_run s = fixtures::run_rows("dir" + std::to_string(k), source + c.options);
+    EXPECT_EQ(s.records, under(f, c.dir, c.levels));
+    for (size_t i = 0; i < s.rows.rows.size(); ++i) EXPECT_NE(s.rows.cell(i, "other info").find("dir("), std::string::npos);
+    if (c.levels) continue;
+    // The records the directory's index gives are those that a walk over every record finds.
+    std::string number;
+    for (const fixtures::fact_path& p : f.paths)
+      if (p.path == c.dir) number = std::to_string(p.inode);
+    const std::string by_inode = source + "-filter_dir_inode " + number;
+    EXPECT_EQ(s.records, fixtures::run_rows("dirinode" + std::to_string(k), by_inode).records);
+  }
+
+  const fixtures::rows_run files = fixtures::run_rows(
+      "files", source + "-filter_file 'DOCS/REPORT.TXT | \\intl\\CAFÉ.txt | intl/日本語.txt | "
+                        "c:\\attrlist\\many\\HARDLINK-number-150-with-a-long-name-to-fill-records.txt'");
+  const std::set<uint64_t> want = {inode_of(f, "docs/report.txt"), inode_of(f, "intl/café.txt"),
+                                   inode_of(f, "intl/日本語.txt"),
+                                   inode_of(f, "attrlist/many/hardlink-number-150-with-a-long-name-to-fill-records.txt")};
+  EXPECT_EQ(want.count(0), 0u);
+  EXPECT_EQ(files.records, want);
+  // A stream mark selects the record through that stream.
+  const fixtures::rows_run stream = fixtures::run_rows("stream", source + "-filter_file 'streams/DATA.txt:META'");
+  EXPECT_EQ(stream.records, std::set<uint64_t>{inode_of(f, "streams/data.txt")});
+  ASSERT_FALSE(stream.rows.rows.empty());
+  EXPECT_NE(stream.rows.cell(0, "other info").find("inode(84:meta)"), std::string::npos);
+
+  // A path the volume does not hold selects nothing, and the run says so; an extracted $MFT has no
+  // directory index, so its paths select nothing either, and the run says why.
+  const fixtures::rows_run none = fixtures::run_rows("none", source + "-filter_file '\\docs\\no such.txt'");
+  EXPECT_TRUE(none.records.empty());
+  EXPECT_NE(none.run.err.find("prob reading " + image + ": -filter_file path \\docs\\no such.txt not found\n"),
+            std::string::npos) << none.run.err;
+  const fixtures::rows_run mft = on_mft("mftfile", "-filter_dir docs -filter_file readme.txt");
+  EXPECT_EQ(mft.run.status, 0);
+  EXPECT_TRUE(mft.records.empty());
+  EXPECT_NE(mft.run.err.find("prob reading " + fixtures::path("feature.mft") +
+                             ": -filter_dir and -filter_file need a volume image, no record is selected by them\n"),
+            std::string::npos) << mft.run.err;
 }

@@ -122,6 +122,17 @@ results parse_results(const std::string& text, const std::string& separator, siz
   return r;
 }
 
+rows_run run_rows(const std::string& tag, const std::string& args, const std::string& separator) {
+  const std::string out = scratch_dir(tag) + "/rows.txt";
+  rows_run r;
+  r.run = run_brimlock(args + " -out " + q(out));
+  r.rows = parse_results(testutil::read_text(out), separator);
+  const bool numbered = std::count(r.rows.header.begin(), r.rows.header.end(), "mft entry") > 0;
+  for (size_t i = 0; numbered && i < r.rows.rows.size(); ++i)
+    r.records.insert(parse_number(r.rows.cell(i, "mft entry")));
+  return r;
+}
+
 uint64_t parse_number(const std::string& cell) {
   return cell.compare(0, 2, "0x") == 0 ? std::stoull(cell.substr(2), nullptr, 16) : std::stoull(cell);
 }

@@ -4,6 +4,7 @@
 // binary and reading its results files.
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -73,5 +74,10 @@ bool ms_cells(const std::string& t7, std::string& date, std::string& time);
 int64_t unix_seconds(const std::string& t7);
 
 results parse_results(const std::string& text, const std::string& separator, size_t preamble_lines = 3);
+
+// The binary run with `args` and "-out" a file in the scratch directory of `tag`: the run, its
+// results read back ("," for -csv) and the record numbers in their "mft entry" cells.
+struct rows_run { testutil::run_result run; results rows; std::set<uint64_t> records; };
+rows_run run_rows(const std::string& tag, const std::string& args, const std::string& separator = ",");
 
 }  // namespace fixtures

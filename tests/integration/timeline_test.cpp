@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <set>
 #include <string>
-#include <tuple>
 
 #include "base/orv_string.h"
 #include "tests/integration/fixture_util.h"
@@ -57,29 +56,24 @@ std::vector<std::string> body_lines(const std::string& out) {
   return lines;
 }
 
-template <typename T>
-std::string differences(const std::multiset<T>& expected, const std::multiset<T>& got, std::string (*show)(const T&)) {
+// Items missing from `got` and items it has too many of, the first 20.
+std::string differences(const std::multiset<std::string>& expected, const std::multiset<std::string>& got) {
   std::string out;
   int shown = 0;
   for (int pass = 0; pass < 2; ++pass) {
     const auto& from = pass ? got : expected;
     const auto& against = pass ? expected : got;
-    for (const T& item : from)
-      if (from.count(item) != against.count(item) && ++shown <= 20) out += (pass ? "unexpected " : "missing ") + show(item) + "\n";
+    for (const std::string& item : from)
+      if (from.count(item) != against.count(item) && ++shown <= 20) out += (pass ? "unexpected " : "missing ") + item + "\n";
   }
   return out;
 }
 
-using body_times = std::tuple<uint64_t, int64_t, int64_t, int64_t, int64_t>;  // inode, a, m, c, b
-std::string show_body(const body_times& t) {
-  return std::to_string(std::get<0>(t)) + " " + std::to_string(std::get<1>(t)) + " " + std::to_string(std::get<2>(t)) +
-         " " + std::to_string(std::get<3>(t)) + " " + std::to_string(std::get<4>(t));
-}
-
-// Facts hold times as created, modified, mft modified, accessed; a bodyfile row as a, m, c, b.
-body_times body_row(uint64_t inode, const std::string (&t)[4]) {
-  using fixtures::unix_seconds;
-  return body_times(inode, unix_seconds(t[3]), unix_seconds(t[1]), unix_seconds(t[2]), unix_seconds(t[0]));
+// "inode a m c b" of a bodyfile row; facts hold times as created, modified, mft modified, accessed.
+std::string body_row(uint64_t inode, const std::string (&t)[4]) {
+  std::string out = std::to_string(inode);
+  for (int k : {3, 1, 2, 0}) out += " " + std::to_string(fixtures::unix_seconds(t[k]));
+  return out;
 }
 
 // One row per name and attribute, one for both where the file-name times equal the standard
@@ -89,7 +83,7 @@ TEST_P(Timelines, BodyfileTimesAreThoseIstatReads) {
   std::vector<std::string> lines = body_lines(out);
   ASSERT_GT(lines.size(), 3u);
   EXPECT_EQ(lines[0], "md5|name|inode|mode as string|uid|gid|size|access time|modify time|mft time|create time");
-  std::multiset<body_times> expected, got;
+  std::multiset<std::string> expected, got;
   for_each_record([&](const fixtures::fact_record& rec, const std::vector<const fixtures::fact_name*>& names) {
     if (names.empty()) expected.insert(body_row(rec.inode, rec.si));
     for (const fixtures::fact_name* n : names) {
@@ -107,9 +101,9 @@ TEST_P(Timelines, BodyfileTimesAreThoseIstatReads) {
       return name.size() > tail.size() && name.compare(name.size() - tail.size(), tail.size(), tail) == 0;
     };
     EXPECT_TRUE(ends("SI times)") || ends("FN times)") || ends("; SI & FN times match)")) << lines[i];
-    got.insert(body_times(std::stoull(f[2]), std::stoll(f[7]), std::stoll(f[8]), std::stoll(f[9]), std::stoll(f[10])));
+    got.insert(f[2] + " " + f[7] + " " + f[8] + " " + f[9] + " " + f[10]);
   }
-  EXPECT_EQ(differences(expected, got, show_body), "");
+  EXPECT_EQ(differences(expected, got), "");
 
   if (std::string(GetParam().label) != "Feature") return;
   // mactime reads the file as written, banner lines included, and sorts its instants.
@@ -125,12 +119,6 @@ TEST_P(Timelines, BodyfileTimesAreThoseIstatReads) {
     EXPECT_NE(m.out.find(row), std::string::npos) << row;
 }
 
-using l2t_instant = std::tuple<uint64_t, std::string, std::string, std::string, std::string>;  // inode, short, type, date, time
-std::string show_l2t(const l2t_instant& t) {
-  return std::to_string(std::get<0>(t)) + " " + std::get<1>(t) + " " + std::get<2>(t) + " " + std::get<3>(t) + " " +
-         std::get<4>(t);
-}
-
 // Every row has the 17 fields; each displayable instant of each attribute, under each name,
 // stands in one row of its own prefix.
 TEST_P(Timelines, L2tRowsAreCsvWithEveryInstant) {
@@ -138,12 +126,12 @@ TEST_P(Timelines, L2tRowsAreCsvWithEveryInstant) {
   ASSERT_GT(lines.size(), 3u);
   EXPECT_EQ(lines[0], "date,time,timezone,MACB,source,sourcetype,type,user,host,short,desc,version,filename,inode,"
                       "notes,format,extra");
-  std::set<l2t_instant> expected, got;
+  std::set<std::string> expected, got;  // "inode short type date time"
   auto add = [&](uint64_t inode, const std::string& name, const char* prefix, const std::string (&t)[4]) {
     std::string clean = name, d, tm;
     std::replace(clean.begin(), clean.end(), ',', ' ');
     for (const std::string& instant : t)
-      if (fixtures::ms_cells(instant, d, tm) && !d.empty()) expected.insert(l2t_instant(inode, clean, prefix, d, tm));
+      if (fixtures::ms_cells(instant, d, tm) && !d.empty()) expected.insert(std::to_string(inode) + " " + clean + " " + prefix + " " + d + " " + tm);
   };
   for_each_record([&](const fixtures::fact_record& rec, const std::vector<const fixtures::fact_name*>& names) {
     if (names.empty()) add(rec.inode, "<no filename attribute>", "$SI:", rec.si);
@@ -164,12 +152,13 @@ TEST_P(Timelines, L2tRowsAreCsvWithEveryInstant) {
     EXPECT_EQ(f[6].substr(bracket), " [" + f[3] + "]");
     const uint64_t inode = fixtures::parse_number(f[13]);
     // A record's rows ascend in time.
-    if (inode == previous_inode) EXPECT_LE(previous_time, f[0] + f[1]) << lines[i];
+    if (inode == previous_inode) {
+      EXPECT_LE(previous_time, f[0] + f[1]) << lines[i];
+    }
     previous_inode = inode, previous_time = f[0] + f[1];
-    got.insert(l2t_instant(inode, f[9], f[6].substr(0, bracket), f[0], f[1]));
+    got.insert(std::to_string(inode) + " " + f[9] + " " + f[6].substr(0, bracket) + " " + f[0] + " " + f[1]);
   }
-  std::multiset<l2t_instant> e(expected.begin(), expected.end()), g(got.begin(), got.end());
-  EXPECT_EQ(differences(e, g, show_l2t), "");
+  EXPECT_EQ(differences({expected.begin(), expected.end()}, {got.begin(), got.end()}), "");
 }
 
 // Every file in use that fls lists has its line, written from the root without "[root]", and every

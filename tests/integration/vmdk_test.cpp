@@ -17,18 +17,15 @@ std::string disk(const std::string& name) {
   return fixtures::path(name);
 }
 
+// A -csv run: the run, its results, and the lines after the banner, command line and empty line.
 struct run_rows {
-  testutil::run_result run;
-  fixtures::results results;
-  std::vector<std::string> rows;  // the lines after the banner, command line and empty line
+  fixtures::rows_run all;
+  std::vector<std::string> rows;
 };
 
 run_rows run_csv(const std::string& tag, const std::string& args) {
-  const std::string out = fixtures::scratch_dir("vmdk_" + tag) + "/out.csv";
-  run_rows r;
-  r.run = fixtures::run_brimlock(args + " -csv -out " + fixtures::q(out));
-  r.results = fixtures::parse_results(testutil::read_text(out), ",");
-  const auto& lines = r.results.lines;
+  run_rows r{fixtures::run_rows("vmdk_" + tag, args + " -csv"), {}};
+  const auto& lines = r.all.rows.lines;
   r.rows.assign(lines.begin() + std::min<size_t>(3, lines.size()), lines.end());
   return r;
 }
@@ -59,10 +56,10 @@ TEST_P(VmdkSameAsImage, RowsAgree) {
   image.replace(0, image.find(' ') == std::string::npos ? image.size() : image.find(' '),
                 fixtures::q(fixtures::path(image.substr(0, image.find(' ')))));
   run_rows a = run_csv(std::string(s.label) + "_v", "-vmdk " + vmdk), b = run_csv(std::string(s.label) + "_i", "-image " + image);
-  EXPECT_EQ(a.run.status, 0) << a.run.err;
-  ASSERT_GT(b.rows.size(), 30u) << b.run.err;
-  EXPECT_EQ(a.rows, b.rows) << a.run.err;
-  EXPECT_EQ(a.run.err.find("=> vmdk file: ") != std::string::npos, s.parent_added) << a.run.err;
+  EXPECT_EQ(a.all.run.status, 0) << a.all.run.err;
+  ASSERT_GT(b.rows.size(), 30u) << b.all.run.err;
+  EXPECT_EQ(a.rows, b.rows) << a.all.run.err;
+  EXPECT_EQ(a.all.run.err.find("=> vmdk file: ") != std::string::npos, s.parent_added) << a.all.run.err;
 }
 
 INSTANTIATE_TEST_SUITE_P(Disks, VmdkSameAsImage, ::testing::ValuesIn(kSame),
@@ -74,10 +71,10 @@ INSTANTIATE_TEST_SUITE_P(Disks, VmdkSameAsImage, ::testing::ValuesIn(kSame),
 TEST(Vmdk, SnapshotChainReadsAsTheChangedVolume) {
   const std::string top = disk("vmsnap2.vmdk"), dir = top.substr(0, top.rfind('/') + 1);
   run_rows alone = run_csv("alone", "-vmdk " + fixtures::q(top));
-  EXPECT_EQ(alone.run.status, 0);
+  EXPECT_EQ(alone.all.run.status, 0);
   // Each round tells what it added; the last one is shown.
-  EXPECT_EQ(alone.run.err.find("=> vmdk file: " + dir + "vmsnap1.vmdk\n depends on parent vmdk vmbase.vmdk\n"), 0u)
-      << alone.run.err;
+  EXPECT_EQ(alone.all.run.err.find("=> vmdk file: " + dir + "vmsnap1.vmdk\n depends on parent vmdk vmbase.vmdk\n"), 0u)
+      << alone.all.run.err;
   const std::string listed = fixtures::q(dir + "vmbase.vmdk ; " + dir + "vmsnap2.vmdk| " + dir + "vmsnap1.vmdk");
   const std::string repeated = "-vmdk " + fixtures::q(dir + "vmsnap1.vmdk") + " -vmdk " + fixtures::q(top);
   for (const std::string& args : {"-vmdk " + listed, repeated, "-vmdk " + fixtures::q(top) + " -cpu 2"}) {
@@ -85,10 +82,10 @@ TEST(Vmdk, SnapshotChainReadsAsTheChangedVolume) {
     std::vector<std::string> a = alone.rows, b = other.rows;
     std::sort(a.begin(), a.end());  // child processes may order rows of equal keys apart
     std::sort(b.begin(), b.end());
-    EXPECT_EQ(a, b) << args << "\n" << other.run.err;
+    EXPECT_EQ(a, b) << args << "\n" << other.all.run.err;
   }
 
-  const fixtures::results& results = alone.results;
+  const fixtures::results& results = alone.all.rows;
   std::set<std::pair<std::string, std::string>> shown, deleted;  // name, path cell
   for (size_t i = 0; i < results.rows.size(); ++i)
     (results.cell(i, "type") == "del" ? deleted : shown).insert({results.cell(i, "name"), results.cell(i, "path")});
@@ -125,8 +122,8 @@ TEST(Vmdk, UnusableDisksAreRefused) {
   };
   for (const auto& c : cases) {
     run_rows r = run_csv("refused", "-vmdk " + fixtures::q(c.path));
-    EXPECT_EQ(r.run.err.find(c.message), 0u) << r.run.err;
-    EXPECT_NE(r.run.err.find("suggested array: -vmdk \"" + c.path + "\"\n"), std::string::npos) << r.run.err;
+    EXPECT_EQ(r.all.run.err.find(c.message), 0u) << r.all.run.err;
+    EXPECT_NE(r.all.run.err.find("suggested array: -vmdk \"" + c.path + "\"\n"), std::string::npos) << r.all.run.err;
     EXPECT_TRUE(r.rows.empty()) << c.path;
   }
 }

@@ -61,15 +61,6 @@ bytes extension(uint16_t sequence, std::initializer_list<std::pair<uint32_t, int
 
 }  // namespace
 
-TEST(AttributeList, EntryFields) {
-  bytes e = list_entry(0x80, 0x123456789Aull, 9, 4);
-  orv::put_le64(e.data() + 8, 77);
-  const attrib_list_entry entry(orv::byte_span(e.data(), e.size()));
-  EXPECT_TRUE(entry.type() == 0x80u && entry.length() == 32u && entry.name_offset() == 26u);
-  EXPECT_TRUE(entry.first_vcn() == 77u && entry.holder() == 0x123456789Aull && entry.holder_sequence() == 9u);
-  EXPECT_EQ(entry.attrib_id(), 4u);
-}
-
 TEST(AttributeList, PullsEachListedAttributeOnce) {
   records r;
   r.m_records[41] = extension(2, {{0x30, 3}, {0x80, 5}});

@@ -45,12 +45,10 @@ TEST(Fixups, AppliedNeverVerifiedAndBoundedByTheBuffer) {
 
 // Each kind of buffer under each reader: the kind it gets, and whether its sector tails came back.
 TEST(Fixups, KindsAndModes) {
-  struct kind_case {
-    const char* m_what;
-    std::vector<uint8_t> m_record;
-    size_t m_length;
-    int m_scan, m_volume, m_recovery;  // the kind each mode gives
-  } const cases[] = {
+  // The kind each mode gives: scan, volume, recovery.
+  struct kind_case { const char* m_what; std::vector<uint8_t> m_record; size_t m_length;
+                     int m_scan, m_volume, m_recovery; };
+  const kind_case cases[] = {
       {"FILE", signed_record("FILE"), 1024, record_file, record_file, record_file},
       {"INDX with its array elsewhere", signed_record("INDX", 40), 1024, record_index, record_index, record_index},
       {"BAAD", signed_record("BAAD"), 1024, record_baad, record_refused, record_baad},

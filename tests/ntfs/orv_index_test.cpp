@@ -33,13 +33,8 @@ bytes sample_block() {
 
 TEST(IndexBlock, EntriesAndDamage) {
   using poke = std::function<void(bytes&)>;
-  struct block_case {
-    const char* m_what;
-    poke m_poke;
-    bool m_ok;
-    std::vector<std::string> m_names;
-    bool m_damaged;
-  } const cases[] = {
+  struct block_case { const char* m_what; poke m_poke; bool m_ok; std::vector<std::string> m_names; bool m_damaged; };
+  const block_case cases[] = {
       {"sound", [](bytes&) {}, true, {"alpha", "beta", "gamma"}, false},
       {"entry length 0", [](bytes& b) { orv::put_le16(&b[160 + 8], 0); }, true, {"alpha"}, true},
       {"entry past the used size", [](bytes& b) { orv::put_le16(&b[160 + 8], 4000); }, true, {"alpha"}, true},

@@ -1,10 +1,10 @@
-// The validity test of a "FILE" record, and the short standard information of NTFS 1.x. (Header
-// fields, names and times of real records are compared with sleuthkit by the integration tests.)
+// The validity test of a "FILE" record. (Header fields, names and times of real records are
+// compared with sleuthkit by the integration tests; the short standard information of NTFS 1.x
+// decoded in tests/analysis/entry_record_test.cpp.)
 #include <cstring>
 #include <gtest/gtest.h>
 
 #include "ntfs/orv_record_header.h"
-#include "ntfs/orv_std_info.h"
 #include "tests/test_util.h"
 
 TEST(RecordHeader, ValidFileRecordLimits) {
@@ -31,13 +31,4 @@ TEST(RecordHeader, ValidFileRecordLimits) {
   EXPECT_FALSE(is_valid_filerec(other.data(), other.size()));
   EXPECT_FALSE(is_valid_filerec(good.data(), 21));
   EXPECT_FALSE(is_valid_filerec(nullptr, 1024));
-}
-
-// The 48-byte form of NTFS 1.x: the later fields read zero, nothing is read past the value.
-TEST(StandardInformation, ShortForm) {
-  const std::vector<uint8_t> short_form = testutil::si_value(11, 22, 33, 44, 0x20, true, 0x105);
-  ASSERT_EQ(short_form.size(), 48u);
-  std_info_value si;
-  si.assign(short_form.data(), short_form.size());
-  EXPECT_TRUE(si.accessed() == 44u && si.flags() == 0x20u && si.security_id() == 0 && si.usn() == 0);
 }

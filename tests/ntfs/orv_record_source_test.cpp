@@ -19,13 +19,11 @@ std::unique_ptr<record_source> source_of(const mft_image& image, const std::stri
 }  // namespace
 
 TEST(RecordSource, RecordSizeFromTheFirstRecord) {
-  // (count - 1) x 512: 3 gives 1024, 9 gives 4096. A count of 0, or one giving more than 64 KiB,
-  // fails the first read only; later reads go on with 1024 bytes.
-  struct size_case {
-    uint16_t m_count;
-    bool m_first_read;
-    uint32_t m_size;
-  } const cases[] = {{3, true, 1024}, {9, true, 4096}, {0, false, 1024}, {200, false, 1024}};
+  // (count - 1) x 512: 3 gives 1024, 9 gives 4096. A count of 0, or one giving more than 64 KiB
+  // (65535 would mean records of 32 MiB, each read and walked whole), fails the first read only;
+  // later reads go on with 1024 bytes.
+  struct size_case { uint16_t m_count; bool m_first_read; uint32_t m_size; } const cases[] = {
+      {3, true, 1024}, {9, true, 4096}, {0, false, 1024}, {200, false, 1024}, {0xFFFF, false, 1024}};
   for (const size_case& c : cases) {
     SCOPED_TRACE(c.m_count);
     mft_image image;

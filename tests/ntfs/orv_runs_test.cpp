@@ -33,28 +33,15 @@ TEST(RunDecoding, AttributeDecoder) {
   std::vector<uint8_t> wide(1, 0xFF);  // widths of 15 bytes: only the low 8 are used, nothing beyond
   for (int i = 0; i < 30; ++i) wide.push_back(uint8_t(i == 0 ? 7 : 0));
   wide.push_back(0);
-  struct decode_case {
-    const char* m_what;
-    std::vector<uint8_t> m_runs;
-    uint64_t m_first_vcn;
-    uint32_t m_length;  // 0: the natural one
-    std::string m_shape;
-  } const cases[] = {
-      {"relative, signed offsets",
-       {0x11, 0x30, 0x60, 0x11, 0x10, 0xF0, 0x21, 0x08, 0x00, 0x01, 0x00},
-       100,
-       0,
+  // An attribute length of 0 stands for the natural one.
+  struct decode_case { const char* m_what; std::vector<uint8_t> m_runs; uint64_t m_first_vcn; uint32_t m_length;
+                       std::string m_shape; } const cases[] = {
+      {"relative, signed offsets", {0x11, 0x30, 0x60, 0x11, 0x10, 0xF0, 0x21, 0x08, 0x00, 0x01, 0x00}, 100, 0,
        "96@100+48 80@148+16 336@164+8 "},
-      {"wide negative offsets masked to their width",
-       {0x31, 0x01, 0x56, 0x34, 0x12, 0x31, 0x01, 0x00, 0x00, 0xF0, 0x00},
-       0,
-       0,
-       std::to_string(0x123456) + "@0+1 " + std::to_string(0x023456) + "@1+1 "},
+      {"wide negative offsets masked to the width", {0x31, 0x01, 0x56, 0x34, 0x12, 0x31, 0x01, 0x00, 0x00, 0xF0, 0x00},
+       0, 0, std::to_string(0x123456) + "@0+1 " + std::to_string(0x023456) + "@1+1 "},
       {"over-wide fields", wide, 0, 0, "0@0+7 "},
-      {"holes: no offset first, a stored zero later",
-       {0x01, 0x05, 0x11, 0x03, 0x20, 0x01, 0x02, 0x11, 0x04, 0x00},
-       0,
-       0,
+      {"holes: no offset first, stored zero later", {0x01, 0x05, 0x11, 0x03, 0x20, 0x01, 0x02, 0x11, 0x04, 0x00}, 0, 0,
        "~0@0+5 32@5+3 ~0@8+2 ~0@10+4 "},
       {"a first run with a stored zero offset is data at cluster 0", {0x11, 0x04, 0x00}, 0, 0, "0@0+4 "},
       {"no end byte: a run cut by the attribute's end", {0x11, 0x02, 0x10, 0x11, 0x03}, 0, 0, "16@0+2 "},

@@ -13,12 +13,6 @@ using testvol::extents;
 
 namespace {
 
-void append(bytes& to, const bytes& more) {
-  const size_t at = to.size();
-  to.resize(at + more.size());
-  std::copy(more.begin(), more.end(), to.begin() + long(at));
-}
-
 bytes sid(uint8_t authority, std::initializer_list<uint32_t> subs) {
   bytes b(8 + 4 * subs.size(), 0);
   b[0] = 1;
@@ -34,13 +28,13 @@ const bytes k_user = sid(5, {21, 1, 2, 3, 1013}), k_admin = sid(5, {21, 1, 2, 3,
 bytes ace(uint8_t type, uint32_t mask, const bytes& who) {
   bytes b = {type, 0, uint8_t(8 + who.size()), 0, 0, 0, 0, 0};
   orv::put_le32(&b[4], mask);
-  append(b, who);
+  b.insert(b.end(), who.begin(), who.end());
   return b;
 }
 
 bytes acl(std::initializer_list<bytes> aces) {
   bytes b = {2, 0, 0, 0, uint8_t(aces.size()), 0, 0, 0};
-  for (const bytes& a : aces) append(b, a);
+  for (const bytes& a : aces) b.insert(b.end(), a.begin(), a.end());
   orv::put_le16(&b[2], uint16_t(b.size()));
   return b;
 }
@@ -53,7 +47,7 @@ bytes descriptor(const bytes& owner, const bytes& group, const bytes& sacl, cons
   for (int i = 0; i < 4; ++i) {
     if (parts[i]->empty()) continue;
     orv::put_le32(&b[4 + 4 * i], uint32_t(b.size()));
-    append(b, *parts[i]);
+    b.insert(b.end(), parts[i]->begin(), parts[i]->end());
   }
   return b;
 }
@@ -64,24 +58,17 @@ bytes sds_entry(uint32_t id, uint64_t position, const bytes& desc) {
   orv::put_le32(&b[4], id);
   orv::put_le64(&b[8], position);
   orv::put_le32(&b[16], uint32_t(20 + desc.size()));
-  append(b, desc);
+  b.insert(b.end(), desc.begin(), desc.end());
   return b;
-}
-
-std::string row(const char* type, const char* name, const char* mask) {
-  std::string out = type;
-  out.resize(std::max<size_t>(15, out.size()), ' ');
-  out += ' ';
-  out += name;
-  out.resize(std::max<size_t>(31, out.size()), ' ');
-  return out + ' ' + mask;
 }
 
 }  // namespace
 
-// Owner, group, SACL and DACL of one entry; well-known names; equal SID and type joined; and the
-// damage that must end a lookup quietly: offsets and counts that point outside the entry.
-TEST(SecurityDescriptor, EntriesDecodeToTextAndDamageStaysInside) {
+// Owner, group, SACL and DACL of one entry (six ACEs, two of equal SID and type joined: five
+// rows); and the damage that must end a lookup quietly: offsets and counts that point outside the
+// entry. (Owners of descriptors that Windows and ntfs-3g wrote are compared with istat through the
+// binary, tests/integration/owner_test.cpp.)
+TEST(SecurityDescriptor, EntriesDecodeAndDamageStaysInside) {
   const bytes dacl = acl({ace(0, 0x1F01FF, k_admins), ace(0, 0x80000000, k_admins), ace(1, 0x10000, k_world),
                           ace(0, 0x120089, k_system), ace(0, 0x10000000, k_user), ace(9, 0, k_admin)});
   const bytes sacl = acl({ace(2, 0x1000000, sid(3, {1}))});
@@ -92,25 +79,16 @@ TEST(SecurityDescriptor, EntriesDecodeToTextAndDamageStaysInside) {
     return b;
   };
   const size_t dacl_at = 20 + 20 + k_system.size() + k_admins.size() + sacl.size();
-  const std::vector<std::string> dacl_rows = {
-      row("access denied", "World", "DELETE"), row("access allowed", "Local System", "READ_CONTROL | SYNCHRONIZE"),
-      row("access allowed", "", "GENERIC_ALL"), row("unknown", "User Admin", ""),
-      row("access allowed", "Admins", "DELETE | READ_CONTROL | WRITE_DAC | WRITE_OWNER | SYNCHRONIZE | GENERIC_READ")};
-  struct decode_case {
-    const char* what;
-    bytes entry;
-    bool ok;
-    const char *owner, *group;
-    std::vector<std::string> sacl, dacl;
-  } const cases[] = {
-      {"sound", good, true, "S-1-5-18", "S-1-5-32-544", {row("system audit", "Group", "ACCESS_SYSTEM_SECURITY")},
-       dacl_rows},
-      {"owner outside", patched(24, 0x1000), true, "", "S-1-5-32-544", {row("system audit", "Group", "ACCESS_SYSTEM_SECURITY")}, {}},
-      {"owner with 200 sub-authorities", patched(41, 200, 1), true, "", "S-1-5-32-544", {}, {}},
-      {"ace count far beyond the acl", patched(dacl_at + 4, 0xFFFF, 2), true, "S-1-5-18", "S-1-5-32-544", {}, dacl_rows},
-      {"ace of size 0", patched(dacl_at + 8 + 2, 0, 2), true, "S-1-5-18", "S-1-5-32-544", {}, {}},
-      {"entry longer than its bytes", patched(16, uint32_t(good.size() + 1)), false, "", "", {}, {}},
-      {"entry too short for a descriptor", patched(16, 39), false, "", "", {}, {}},
+  // Rows of the SACL and the DACL; -1 where the damage leaves them unchecked.
+  struct decode_case { const char* what; bytes entry; bool ok; const char *owner, *group; int sacl, dacl; };
+  const decode_case cases[] = {
+      {"sound", good, true, "S-1-5-18", "S-1-5-32-544", 1, 5},
+      {"owner outside", patched(24, 0x1000), true, "", "S-1-5-32-544", 1, -1},
+      {"owner with 200 sub-authorities", patched(41, 200, 1), true, "", "S-1-5-32-544", -1, -1},
+      {"ace count far beyond the acl", patched(dacl_at + 4, 0xFFFF, 2), true, "S-1-5-18", "S-1-5-32-544", -1, 5},
+      {"ace of size 0", patched(dacl_at + 8 + 2, 0, 2), true, "S-1-5-18", "S-1-5-32-544", -1, 0},
+      {"entry longer than its bytes", patched(16, uint32_t(good.size() + 1)), false, "", "", -1, -1},
+      {"entry too short for a descriptor", patched(16, 39), false, "", "", -1, -1},
   };
   for (const decode_case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -118,22 +96,15 @@ TEST(SecurityDescriptor, EntriesDecodeToTextAndDamageStaysInside) {
     EXPECT_EQ(decode_security_entry(e, c.entry.data(), c.entry.size()), c.ok);
     EXPECT_EQ(e.m_owner_sid, c.owner);
     EXPECT_EQ(e.m_group_sid, c.group);
-    EXPECT_TRUE(c.sacl.empty() || e.m_sacl_rows == c.sacl);
-    EXPECT_TRUE(c.dacl.empty() || e.m_dacl_rows == c.dacl);
+    EXPECT_TRUE(c.sacl < 0 || e.m_sacl_rows.size() == size_t(c.sacl));
+    EXPECT_TRUE(c.dacl < 0 || e.m_dacl_rows.size() == size_t(c.dacl));
     EXPECT_EQ(e.m_id, c.ok ? 0x101u : 0u);
-    EXPECT_TRUE(std::string(c.what) != "ace of size 0" || e.m_dacl_rows.empty());
   }
   // A descriptor whose ACL lies in its last bytes: the rows read before the damage stay.
   std::map<std::string, ace_line> rows;
   const bytes cut = descriptor({}, {}, {}, acl({ace(0, 0x10000, k_world), ace(0, 0x20000, k_system)}));
   EXPECT_FALSE(parse_acl(rows, orv::byte_span(cut.data(), cut.size() - 1), 20));
   EXPECT_EQ(rows.size(), 1u);
-  std::string dump;
-  dump_security_descriptor(dump, good.data() + 20, good.size() - 20, "  ");
-  const std::string head = "  Security Identifiers\n  owner sid [S-1-5-18]\n  group sid [S-1-5-32-544]\n\n"
-                           "  System Access Control List\n  " + row("system audit", "Group", "ACCESS_SYSTEM_SECURITY") +
-                           "\n\n  Discretionary Access Control List\n  " + dacl_rows[0] + "\n";
-  EXPECT_EQ(dump.substr(0, head.size()), head);
 }
 
 // A volume whose $Secure:$SDS holds good entries among what must be passed over: an entry of 40
@@ -169,8 +140,4 @@ TEST(SecurityDescriptor, VolumeMapTakesEachIdOnceFromSds) {
   EXPECT_EQ(owners, (std::map<uint32_t, std::string>{
                         {0x100, "S-1-5-18"}, {0x101, "S-1-5-21-1-2-3-1013"}, {0x103, "S-1-5-18"}}));
   EXPECT_EQ(volume->m_secure_map.at(0x101).m_position, 0x50u);
-  std::vector<uint8_t> record;
-  INODE_STATS stats;
-  ASSERT_TRUE(volume->read_record(9, record) && volume->read_inode_stats(9, record, stats));
-  EXPECT_EQ(stats.m_owner_sid, "S-1-5-21-1-2-3-1013");
 }

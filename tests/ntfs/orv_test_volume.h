@@ -1,8 +1,6 @@
 #pragma once
 // Small NTFS volumes built in memory for the volume and stream tests: a boot sector, $MFT records
 // placed at the clusters their run list names, and an image file to open them from.
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -22,34 +20,15 @@ using bytes = std::vector<uint8_t>;
 // (LCN, count) extents; an LCN of -1 is a hole.
 using extents = std::vector<std::pair<int64_t, uint32_t>>;
 
-inline unsigned width_unsigned(uint64_t v) {
-  unsigned n = 1;
-  while (n < 8 && (v >> (8 * n)) != 0) ++n;
-  return n;
-}
-
-inline unsigned width_signed(int64_t v) {
-  for (unsigned n = 1; n < 8; ++n) {
-    int64_t lo = -(int64_t(1) << (8 * n - 1)), hi = (int64_t(1) << (8 * n - 1)) - 1;
-    if (v >= lo && v <= hi) return n;
-  }
-  return 8;
-}
-
-// Encodes extents as an on-disk run list, end byte included.
+// Encodes extents as an on-disk run list, end byte included: 4-byte counts, 8-byte offsets.
 inline bytes encode_runs(const extents& list) {
   bytes out;
   int64_t prev = 0;
   for (auto& e : list) {
-    unsigned lw = width_unsigned(e.second);
-    unsigned ow = e.first < 0 ? 0 : width_signed(e.first - prev);
-    out.push_back(uint8_t(lw | (ow << 4)));
-    for (unsigned i = 0; i < lw; ++i) out.push_back(uint8_t(uint64_t(e.second) >> (8 * i)));
-    if (e.first >= 0) {
-      int64_t delta = e.first - prev;
-      for (unsigned i = 0; i < ow; ++i) out.push_back(uint8_t(uint64_t(delta) >> (8 * i)));
-      prev = e.first;
-    }
+    out.push_back(e.first < 0 ? 0x04 : 0x84);
+    for (unsigned i = 0; i < 4; ++i) out.push_back(uint8_t(e.second >> (8 * i)));
+    for (unsigned i = 0; e.first >= 0 && i < 8; ++i) out.push_back(uint8_t(uint64_t(e.first - prev) >> (8 * i)));
+    if (e.first >= 0) prev = e.first;
   }
   out.push_back(0);
   return out;
@@ -74,10 +53,7 @@ struct image {
 
   void boot() {
     uint8_t* b = m_bytes.data();
-    b[0] = 0xEB;
-    b[1] = 0x52;
-    b[2] = 0x90;
-    std::memcpy(b + 3, "NTFS    ", 8);
+    std::memcpy(b, "\xEB\x52\x90NTFS    ", 11);
     orv::put_le16(b + 11, m_sector);
     b[13] = m_spc;
     orv::put_le64(b + 40, m_bytes.size() / m_sector - 1);
@@ -131,18 +107,8 @@ inline bytes plain_record(uint32_t number, uint32_t record_size = 1024) {
 }
 
 // The image written to a temporary file; the volume opened on it on request.
-struct image_file {
-  std::string m_dir, m_path;
-
-  explicit image_file(const bytes& data) {
-    m_dir = testutil::make_temp_dir("ntfsvol");
-    m_path = m_dir + "/vol.img";
-    testutil::write_file(m_path, data);
-  }
-  ~image_file() {
-    unlink(m_path.c_str());
-    rmdir(m_dir.c_str());
-  }
+struct image_file : testutil::temp_file {
+  explicit image_file(const bytes& data) : temp_file(data, "ntfsvol") {}
   std::unique_ptr<CNtfs> open(uint64_t offset = 0) const { return open_volume_path(orv::to_wide(m_path), offset); }
   // A volume object on the file that is not validated; geometry set by the caller.
   std::unique_ptr<CNtfs> raw(uint32_t cluster_size) const {

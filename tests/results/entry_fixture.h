@@ -1,11 +1,16 @@
 #pragma once
 // Entry records built in memory for the writer, filter and time-analysis tests: the maps are
 // filled directly, as the decoder would leave them.
+#include <gtest/gtest.h>
+
 #include <algorithm>
 
 #include "analysis/entry_record.h"
+#include "analysis/orv_scan_state.h"
 #include "base/orv_le.h"
+#include "base/orv_results_stream.h"
 #include "base/orv_string.h"
+#include "run/mft_entries_ctx.h"
 #include "tests/test_util.h"
 
 namespace fixture {
@@ -54,6 +59,21 @@ inline attrib_item& add_data(entry_record& e, uint16_t id, const std::wstring& n
   item.m_name = name, item.m_is_data = true, item.m_inode = e.m_inode;
   item.m_label = name.empty() ? "unnamed data" : "ads";
   return item;
+}
+
+// The lines one writer gives for `entries` under `options`, read back from its results file.
+template <typename Writer>
+std::vector<std::string> written(const mft_entries_ctx& options, std::initializer_list<entry_record*> entries,
+                                 void (*write)(entry_record&, const scan_state&, Writer&)) {
+  const std::string path = testutil::make_temp_dir("rows") + "/rows.txt";
+  results_stream out;
+  EXPECT_TRUE(out.open_file(path));
+  Writer writer(options, out);
+  for (entry_record* e : entries) write(*e, scan_state(), writer);
+  out.close();
+  std::vector<std::string> lines = orv::split(testutil::read_text(path), "\n", false);
+  if (!lines.empty()) lines.pop_back();  // behind the last line break
+  return lines;
 }
 
 }  // namespace fixture

@@ -1,11 +1,9 @@
-// Bodyfile rows built from entries in memory. Whole volumes are compared with sleuthkit and fed to
-// mactime in tests/integration/timeline_test.cpp.
+// Bodyfile rows built from entries in memory: names with their notes, the digest column, whole
+// seconds and -hide_dos_fntimes. Whole volumes are compared with istat and fed to mactime in
+// tests/integration/timeline_test.cpp.
 #include <gtest/gtest.h>
 
-#include "analysis/orv_scan_state.h"
-#include "base/orv_results_stream.h"
 #include "results/orv_bodyfile_rows.h"
-#include "run/mft_entries_ctx.h"
 #include "tests/results/entry_fixture.h"
 
 using namespace fixture;
@@ -33,27 +31,22 @@ TEST(BodyfileRows, OneRowPerAttributeWithNotesAndWholeSeconds) {
     options.m_fmt_bodyfile = options.m_no_whitespace = options.m_hash_md5 = 1;
     options.set_separator("|", false);
     options.m_hide_dos_fntimes = uint8_t(hide);
-    std::string path = testutil::make_temp_dir("body") + "/rows.txt";
-    results_stream out;
-    ASSERT_TRUE(out.open_file(path));
-    bodyfile_writer writer(options, out);
-    write_bodyfile(e, scan_state(), writer);
-    write_bodyfile(stub, scan_state(), writer);
-    out.close();
+    std::vector<std::string> all = written(options, {&e, &stub}, write_bodyfile);
     const std::string md5 = "ab000000000000000000000000000000";
-    std::string expected = "md5|name|inode|mode as string|uid|gid|size|access time|modify time|mft time|create time\n";
+    std::vector<std::string> expected = {
+        "md5|name|inode|mode as string|uid|gid|size|access time|modify time|mft time|create time"};
     // Names in key order (parent, then name): the DOS name before the long one.
-    if (!hide)
-      expected += md5 + "|[root]\\LONGNA~1.TXT (deleted; file; multinames [3]; multiroots [2]; SI times)|42||0|0|300|"
-                        "1577934245|1577934245|1577934245|1577934245\n" +
-                  md5 + "|[root]\\LONGNA~1.TXT (deleted; file; multinames [3]; multiroots [2]; FN times)|42||0|0|300|"
-                        "1577934245|0|1577934245|-1\n";
-    expected += md5 +
-                "|[root]\\Long;Name.txt (deleted; file; multinames [3]; multiroots [2]; SI & FN times match)|42||0|0|300|"
-                "1577934245|1577934245|1577934245|1577934245\n";
-    expected += md5 + "|[root]/link.txt (deleted; file; multinames [3]; multiroots [2]; refinode [0x00000055]; FN "
-                      "times)|42||0|0|300|-1|-1|-1|-1\n"
-                      "0|<no filename attribute> (SI times)|7||0|0|0|1577934245|0|1577934245|1577934245\n";
-    EXPECT_EQ(testutil::read_text(path), expected);
+    if (!hide) {
+      expected.push_back(md5 + "|[root]\\LONGNA~1.TXT (deleted; file; multinames [3]; multiroots [2]; SI times)|42||0|"
+                               "0|300|1577934245|1577934245|1577934245|1577934245");
+      expected.push_back(md5 + "|[root]\\LONGNA~1.TXT (deleted; file; multinames [3]; multiroots [2]; FN times)|42||0|"
+                               "0|300|1577934245|0|1577934245|-1");
+    }
+    expected.push_back(md5 + "|[root]\\Long;Name.txt (deleted; file; multinames [3]; multiroots [2]; SI & FN times "
+                             "match)|42||0|0|300|1577934245|1577934245|1577934245|1577934245");
+    expected.push_back(md5 + "|[root]/link.txt (deleted; file; multinames [3]; multiroots [2]; refinode [0x00000055]; "
+                             "FN times)|42||0|0|300|-1|-1|-1|-1");
+    expected.push_back("0|<no filename attribute> (SI times)|7||0|0|0|1577934245|0|1577934245|1577934245");
+    EXPECT_EQ(all, expected);
   }
 }

@@ -1,11 +1,9 @@
-// The default timeline rows: one row per instant and name, MACB marks, columns and notes. The
-// rows of real volumes are compared with sleuthkit in tests/integration/mftfile_test.cpp.
+// The default timeline rows: their order, the options that change them, the other info items and
+// the data summary. Each row of real volumes (names, paths, instants, MACB marks, DOS names,
+// stubs, type, ext and name notes) is compared with sleuthkit in tests/integration/sleuthkit_test.cpp.
 #include <gtest/gtest.h>
 
-#include "analysis/orv_scan_state.h"
-#include "base/orv_results_stream.h"
 #include "results/orv_default_results.h"
-#include "run/mft_entries_ctx.h"
 #include "tests/results/entry_fixture.h"
 
 using namespace fixture;
@@ -15,23 +13,14 @@ namespace {
 
 const uint64_t T1 = filetime(2020, 1, 2, 3, 4, 5), T2 = filetime(2021, 5, 6);
 
-// Every line one writer gives for the entries in a -csv run as `tweak` leaves its options, the
-// header first.
+// Every line of a -csv run as `tweak` leaves its options, the header first.
 std::vector<std::string> lines(std::initializer_list<entry_record*> entries,
                                void (*tweak)(mft_entries_ctx&) = nullptr) {
   mft_entries_ctx options;
   options.m_fmt_csv = options.m_no_whitespace = 1;
   options.set_separator(",", false);
   if (tweak) tweak(options);
-  std::string path = testutil::make_temp_dir("rows") + "/rows.txt";
-  results_stream out;
-  EXPECT_TRUE(out.open_file(path));
-  default_writer writer(options, out);
-  for (entry_record* e : entries) write_default_results(*e, scan_state(), writer);
-  out.close();
-  std::vector<std::string> all = orv::split(testutil::read_text(path), "\n", false);
-  if (!all.empty()) all.pop_back();  // behind the last line break
-  return all;
+  return written(options, entries, write_default_results);
 }
 
 // Cells of the rows, header left out: column `column` of every row joined by "|".
@@ -45,9 +34,9 @@ std::string column(const std::vector<std::string>& all, size_t column) {
 }
 
 // A live file 0x2a under the root, all eight times equal.
-entry_record plain_file(const std::wstring& name = L"a.txt", uint16_t flags = FR_FLAG_IN_USE) {
+entry_record plain_file(const std::wstring& name = L"a.txt") {
   entry_record e;
-  set_header(e, 0x2a, 3, flags);
+  set_header(e, 0x2a, 3, FR_FLAG_IN_USE);
   add_si(e, T1, T1, T1, T1);
   add_fn(e, k_root, name, 1, T1, T1, T1, T1);
   set_path(e, k_root, L"[root]\\");
@@ -56,17 +45,11 @@ entry_record plain_file(const std::wstring& name = L"a.txt", uint16_t flags = FR
 
 }  // namespace
 
-TEST(DefaultRows, ColumnTextsNumbersAndMarksInTimeOrder) {
-  entry_record e = plain_file();
-  std::vector<std::string> all = lines({&e, &e});
-  ASSERT_EQ(all.size(), 3u);  // the header comes once (its text is checked through the binary)
-  EXPECT_EQ(all[1],
-            "0x0000002a,3,0x00000005,5,file,txt,1, 2020-01-02, 03:04:05.000,si:[macb]; fn:[macb],,a.txt,"
-            "[root]\\,");
+TEST(DefaultRows, TimeOrderNumbersPairedCellsAndDosNames) {
   entry_record times;
   add_si(times, filetime(2020, 1, 4), filetime(2020, 1, 3), filetime(2020, 1, 2), filetime(2020, 1, 1));
   add_fn(times, k_root, L"a", 1, filetime(2021, 1, 1), filetime(2021, 1, 2), filetime(2021, 1, 3), 0);
-  all = lines({&times});  // a zero time is no instant
+  std::vector<std::string> all = lines({&times});  // a zero time is no instant
   EXPECT_EQ(column(all, 9), "si:[.a..]|si:[..c.]|si:[m...]|si:[...b]|fn:[...b]|fn:[m...]|fn:[..c.]");
   entry_record upper = plain_file(L"REPORT.Tar.GZ");
   all = lines({&upper}, [](mft_entries_ctx& o) { o.m_hex_numbers = 0; });
@@ -74,30 +57,14 @@ TEST(DefaultRows, ColumnTextsNumbersAndMarksInTimeOrder) {
   all = lines({&upper}, [](mft_entries_ctx& o) { o.m_pair_datetime = 1, o.m_no_whitespace = 0; });
   EXPECT_NE(all.at(0).find(",ref, date/time-utc          ,MACB"), std::string::npos);  // -csv keeps the padding
   EXPECT_NE(all.at(1).find(",  1, 2020-01-02 03:04:05.000,"), std::string::npos) << all[1];
-}
 
-TEST(DefaultRows, DosNamesStubsAndRecordsWithoutRows) {
-  entry_record e = plain_file(L"LongName.txt");
+  // -hide_dos_fntimes: a DOS name's rows go, and a record named by a DOS name alone loses its
+  // standard information rows too.
+  entry_record e = plain_file(L"LongName.txt"), dos_only = plain_file(L"ABC~1.TXT");
   add_fn(e, k_root, L"LONGNA~1.TXT", 2, T2, T2, T2, T2);
-  // At T1 the long name, then the short one, which brings the SI times too; at T2 the short one.
-  std::vector<std::string> all = lines({&e});
-  EXPECT_EQ(column(all, 11), "LongName.txt|LONGNA~1.TXT|LONGNA~1.TXT");
-  EXPECT_EQ(column(all, 4) + " / " + column(all, 9),
-            "file|file (FN 8.3)|file (FN 8.3) / si:[macb]; fn:[macb]|si:[macb]|fn8.3[macb]");
-  entry_record dos_only = plain_file(L"ABC~1.TXT");  // loses its standard information rows too
   dos_only.m_file_names.begin()->second.m_is_dos_name = true;
+  EXPECT_EQ(column(lines({&e, &dos_only}), 11), "LongName.txt|LONGNA~1.TXT|LONGNA~1.TXT|ABC~1.TXT");
   EXPECT_EQ(column(lines({&e, &dos_only}, [](mft_entries_ctx& o) { o.m_hide_dos_fntimes = 1; }), 11), "LongName.txt");
-
-  // No name: one timeline of the standard information. A base record without standard
-  // information gives no rows (extension records: through the binary).
-  entry_record stub = plain_file(), no_si = plain_file();
-  stub.m_file_names.clear(), stub.m_parent_names.clear();
-  no_si.m_std_infos.clear();
-  all = lines({&stub, &no_si});
-  ASSERT_EQ(all.size(), 2u);
-  EXPECT_EQ(all[1],
-            "0x0000002a,3,0xffffffffffff,65535,file,none,1, 2020-01-02, 03:04:05.000,si:[macb],,"
-            "<no filename attribute>,<no path>,");
 }
 
 TEST(DefaultRows, OtherInfoItemsInTheirOrder) {

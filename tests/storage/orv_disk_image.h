@@ -3,8 +3,6 @@
 // test_util.h goes first: <signal.h> (pulled in by gtest and POSIX headers) defines si_value.
 #include "tests/test_util.h"
 
-#include <unistd.h>
-
 #include <cstring>
 
 #include "base/orv_le.h"
@@ -64,15 +62,11 @@ inline bytes mbr_disk() {
 }
 
 // The image in a fresh temporary file, opened as a file source.
-struct image_file {
-  std::string m_path = testutil::make_temp_dir("storage") + "/disk.img";
+struct image_file : testutil::temp_file {
   RAW_DISK_IO m_disk;
-
-  explicit image_file(const bytes& image) {
-    testutil::write_file(m_path, image);
+  explicit image_file(const bytes& image) : temp_file(image, "storage") {
     m_disk.open_path(orv::to_wide(m_path), false, 0);
   }
-  ~image_file() { unlink(m_path.c_str()), rmdir(m_path.substr(0, m_path.rfind('/')).c_str()); }
 };
 
 }  // namespace diskimg
