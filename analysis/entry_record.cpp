@@ -98,25 +98,31 @@ void entry_record::clear() {
   m_extracted_path.clear();
 }
 
-static void append_hex8(std::string& out, uint64_t value) {
+// Eight or more lowercase hex digits of `value`, written backwards to end at `end`; returns the
+// first digit.
+static char* put_hex8(char* end, uint64_t value) {
   static const char k_hex[] = "0123456789abcdef";
-  char digits[16];
-  int n = 16;
+  char* at = end;
   do {
-    digits[--n] = k_hex[value & 0xF];
+    *--at = k_hex[value & 0xF];
     value >>= 4;
   } while (value);
-  while (n > 8) digits[--n] = '0';
-  out.append(digits + n, size_t(16 - n));
+  while (end - at < 8) *--at = '0';
+  return at;
 }
 
 static void build_path_key(std::string& key, uint64_t parent_number, const std::string& name_utf8, uint64_t inode) {
-  key.clear();
-  append_hex8(key, parent_number);
-  key += '_';
-  key += name_utf8;
-  key += '_';
-  append_hex8(key, inode);
+  char parent[16], number[16];
+  const char* parent_digits = put_hex8(parent + 16, parent_number);
+  const char* number_digits = put_hex8(number + 16, inode);
+  const size_t parent_length = size_t(parent + 16 - parent_digits), number_length = size_t(number + 16 - number_digits);
+  key.resize(parent_length + name_utf8.size() + number_length + 2);
+  char* at = &key[0];
+  at = std::copy(parent_digits, parent_digits + parent_length, at);
+  *at++ = '_';
+  at = std::copy(name_utf8.begin(), name_utf8.end(), at);
+  *at++ = '_';
+  std::copy(number_digits, number_digits + number_length, at);
 }
 
 std::string make_path_key(uint64_t parent_number, const std::string& name_utf8, uint64_t inode) {
@@ -134,7 +140,7 @@ static attrib_item* new_item(entry_record& entry, attrib_key key, const attrib_v
   if (!slot.second) return nullptr;
   attrib_item& item = slot.first->second;
   item.m_name = name;
-  if (item.m_label != label) item.m_label = label;  // a reused item mostly held the same kind
+  item.m_label = label;
   item.m_raw_attrib.assign(attr.m_bytes.m_data, attr.m_bytes.m_data + attr.m_bytes.m_size);
   item.m_text.clear();
   item.m_is_ads = false;
@@ -252,12 +258,14 @@ static void categorize_data(entry_record& entry, const scan_state& scan, uint64_
 static void decode_name(const uint8_t* units, size_t count, std::wstring& wide, std::string& narrow) {
   wide.resize(count);
   narrow.resize(count);
+  wchar_t* const to_wide = &wide[0];
+  char* const to_narrow = &narrow[0];
   size_t i = 0;
   for (; i < count; ++i) {
     const uint16_t unit = le16(units + 2 * i);
     if (unit == 0 || unit >= 0x80) break;
-    wide[i] = wchar_t(unit);
-    narrow[i] = char(unit);
+    to_wide[i] = wchar_t(unit);
+    to_narrow[i] = char(unit);
   }
   if (i < count && le16(units + 2 * i) != 0) {
     orv::utf16_to_wide(units, int64_t(count * 2), wide);
@@ -426,9 +434,8 @@ bool categorize_attrib(entry_record& entry, scan_state& scan, uint64_t inode, co
     }
     default: {
       // Types without a decoder of their own share the pseudo type and differ by attribute id.
-      std::string label = attrib_kind_label(type, !name.empty());
       store_captured_or_merged(entry, make_attrib_key(AT_END, attr.id(), holder_slot(entry, inode)), attr,
-                               label.c_str(), name, inode, capture);
+                               attrib_kind_label(type, !name.empty()), name, inode, capture);
       break;
     }
   }

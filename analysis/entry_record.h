@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/orv_flat_map.h"
@@ -57,7 +58,7 @@ struct vol_info_entry {
 
 struct attrib_item {
   std::wstring m_name;
-  std::string m_label;
+  std::string_view m_label;           // one of the fixed labels, such as "unnamed data"
   std::vector<uint8_t> m_raw_attrib;  // attribute bytes, header included
   std::string m_text;
   bool m_is_ads = false;

@@ -40,7 +40,7 @@ std::string attrib_type_name(uint32_t type, bool short_name) {
   return std::string();
 }
 
-std::string attrib_kind_label(uint32_t type, bool has_name) {
+const char* attrib_kind_label(uint32_t type, bool has_name) {
   switch (type) {
     case 0x40: return "obj id";
     case 0x50: return "security descr";
@@ -55,7 +55,7 @@ std::string attrib_kind_label(uint32_t type, bool has_name) {
     case 0xE0: return "extended attribs";
     case 0xF0: return "property set";
     case 0x100: return "logged stream";
-    default: return std::string();
+    default: return "";
   }
 }
 

@@ -89,7 +89,7 @@ void walk_attributes(const uint8_t* record, size_t record_length, size_t first_o
 }
 
 std::string attrib_type_name(uint32_t type, bool short_name);
-std::string attrib_kind_label(uint32_t type, bool has_name);
+const char* attrib_kind_label(uint32_t type, bool has_name);
 std::string file_attrib_text(uint32_t flags);
 // "ver: 3:1 (WinXP)" and its siblings.
 std::string volume_version_text(uint8_t major, uint8_t minor);

@@ -218,7 +218,7 @@ bool extract_attribute(entry_record& entry, const mft_entries_ctx& ctx, const sc
   head += L"_" + orv::to_wide(md5) + L"_";
   std::wstring tail;
   if (!attribute.m_name.empty()) tail += L"." + attribute.m_name;
-  if (attribute.m_label != "unnamed data" && !attribute.m_label.empty()) tail += L"_" + orv::to_wide(attribute.m_label);
+  if (attribute.m_label != "unnamed data" && !attribute.m_label.empty()) tail += L"_" + orv::to_wide(std::string(attribute.m_label));
   if (!ctx.m_use_orig_ext) tail += L".bin";
   std::wstring name = path_component(fit_component(head, path_component(copy_source_name(entry)), tail));
   // The row names the copy with the separator character replaced: the copy carries the same name,
