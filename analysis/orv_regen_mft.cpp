@@ -8,8 +8,8 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <future>
 
+#include "base/orv_background_task.h"
 #include "base/orv_console.h"
 #include "base/orv_le.h"
 #include "base/orv_string.h"
@@ -141,7 +141,8 @@ bool scan_inodes(_inode_collection& store, const inode_visit& on_record) {
     end = std::min(end, source > store.m_volume_offset ? source - store.m_volume_offset : 0);
   const uint64_t block = k_block_bytes / stride * stride;
   // Reads follow each other without gap or overlap, so the source sees one sequential stream and
-  // reads ahead. The read of the next block runs on a second thread while this one is decoded.
+  // reads ahead. The read of the next block runs on a second thread while this one is decoded,
+  // where the source takes reads from two threads: the decoding reads attribute lists from it.
   // Each buffer keeps a record's worth of room before its block, where the bytes that the block
   // before left too short for a record are put back.
   uint64_t base = store.m_scan_start - store.m_scan_start % stride;  // volume position of the held bytes
@@ -150,18 +151,25 @@ bool scan_inodes(_inode_collection& store, const inode_visit& on_record) {
   for (std::vector<uint8_t>& b : buffers) b.resize(room + size_t(std::min<uint64_t>(block, end > base ? end - base : 0)));
   uint64_t next = base;  // of the next read
   uint32_t want = 0, length = 0;
-  std::future<bool> pending;
+  bool pending = false, read = false;
+  const bool apart = disk->reads_concurrently();
+  orv::background_task reader;  // after what its reads fill, so that it stops before they go
   auto start_read = [&](std::vector<uint8_t>& into) {
     want = length = uint32_t(std::min<uint64_t>(block, end - next));
     uint8_t* to = into.data() + room;
     const uint64_t at = store.m_volume_offset + next;
-    pending = std::async(std::launch::async, [disk, to, at, &length] { return disk->read(to, length, at); });
+    auto read_block = [disk, to, at, &length, &read] { read = disk->read(to, length, at); };
+    pending = true;
+    if (apart) reader.start(read_block);
+    else read_block();
   };
   if (next < end && next <= UINT64_MAX - store.m_volume_offset) start_read(buffers[0]);
   size_t carry = 0, current = 0;
   uint64_t shown_count = 0;
-  while (pending.valid()) {
-    if (!pending.get()) break;
+  while (pending) {
+    reader.wait();
+    pending = false;
+    if (!read) break;
     const uint32_t got = length;
     next += got;
     uint8_t* const held_bytes = buffers[current].data() + room - carry;

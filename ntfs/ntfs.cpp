@@ -86,7 +86,8 @@ bool NTFS_BOOT::oem_ok() const { return std::memcmp(m_bytes + 3, "NTFS    ", 8) 
 CNtfs::CNtfs(std::unique_ptr<RAW_DISK_IO> disk, uint64_t volume_offset)
     : m_disk(std::move(disk)), m_volume_offset(volume_offset) {}
 
-CNtfs::~CNtfs() = default;
+// The read-ahead thread writes into this volume's buffer from its disk: it stops first.
+CNtfs::~CNtfs() { m_ahead_task.wait(); }
 
 uint32_t CNtfs::sector_size() const {
   uint16_t bps = m_boot.bytes_per_sector();
@@ -295,8 +296,7 @@ bool CNtfs::volume_open(uint64_t* mft_pos) {
   uint64_t source = m_disk->size();
   if (source && count > source / m_filerec_size) count = source / m_filerec_size;
   m_mft_inode_count = count;
-  m_window.clear();
-  m_window_count = 0;
+  drop_windows();
 
   std::vector<uint8_t> bitmap_rec;
   INODE_STATS bitmap;
@@ -376,20 +376,62 @@ bool CNtfs::read_record_raw(uint64_t inode, std::vector<uint8_t>& out) {
 
   // Fill the window with the whole records that lie in the same run from this one on: inside a
   // run the positions are consecutive, so each record sits where a direct read would find it.
-  uint64_t stride = m_filerec_size;
-  uint64_t in_run = left < rs ? 1 : (left - rs) / stride + 1;
-  uint64_t fit = rs >= WINDOW_BYTES ? 1 : (WINDOW_BYTES - rs) / stride + 1;
-  uint64_t n = std::min(in_run, fit);
-  uint64_t bytes = (n - 1) * stride + rs;
-  m_window.resize(bytes);
-  m_window_count = 0;
+  const uint64_t bytes = window_bytes(left);
+  if (pos > UINT64_MAX - m_volume_offset) return read_exact(m_disk.get(), m_volume_offset + pos, out.data(), rs);
+  const uint64_t at = m_volume_offset + pos;
   uint32_t got = uint32_t(bytes);
-  if (pos > UINT64_MAX - m_volume_offset || !m_disk->read(m_window.data(), got, m_volume_offset + pos) || got < rs)
-    return read_exact(m_disk.get(), m_volume_offset + pos, out.data(), rs);
+  bool read = false;
+  m_ahead_task.wait();
+  if (m_ahead_at == at && m_ahead_bytes == bytes && m_ahead_bytes) {
+    // The read-ahead started by the window before holds exactly this window.
+    m_window.swap(m_ahead);
+    got = m_ahead_got;
+    read = m_ahead_read;
+  } else {
+    m_window.resize(bytes);
+    read = m_disk->read(m_window.data(), got, at);
+  }
+  m_ahead_bytes = 0;
+  m_window_count = 0;
+  if (!read || got < rs) return read_exact(m_disk.get(), at, out.data(), rs);
   m_window_first = inode;
-  m_window_count = std::min<uint64_t>(n, (got - rs) / stride + 1);  // a read cut by the source end
+  m_window_count = std::min<uint64_t>((bytes - rs) / m_filerec_size + 1, (got - rs) / m_filerec_size + 1);
   std::memcpy(out.data(), m_window.data(), rs);
+  if (got == bytes) read_ahead(inode + m_window_count);
   return true;
+}
+
+// Bytes of the window that starts at a record with `left` bytes of its run from there on.
+uint64_t CNtfs::window_bytes(uint64_t left) const {
+  const uint64_t rs = record_size(), stride = m_filerec_size;
+  const uint64_t in_run = left < rs ? 1 : (left - rs) / stride + 1;
+  const uint64_t fit = rs >= WINDOW_BYTES ? 1 : (WINDOW_BYTES - rs) / stride + 1;
+  return (std::min(in_run, fit) - 1) * stride + rs;
+}
+
+// Starts reading the window that a walk will want after this one, the one that begins at record
+// `next`, on the read-ahead thread. Only sources that take reads from two threads at once (a
+// file, a drive) read ahead.
+void CNtfs::read_ahead(uint64_t next) {
+  if (!m_disk->reads_concurrently() || next >= m_mft_inode_count || next > UINT64_MAX / m_filerec_size) return;
+  uint64_t pos = 0, left = 0;
+  if (!mft_locate(m_mft_info.m_data_runs, cluster_size(), next * m_filerec_size, pos, left) || left < record_size() ||
+      pos > UINT64_MAX - m_volume_offset)
+    return;
+  m_ahead_at = m_volume_offset + pos;
+  m_ahead_bytes = window_bytes(left);
+  m_ahead.resize(m_ahead_bytes);
+  m_ahead_task.start([this] {
+    m_ahead_got = uint32_t(m_ahead_bytes);
+    m_ahead_read = m_disk->read(m_ahead.data(), m_ahead_got, m_ahead_at);
+  });
+}
+
+void CNtfs::drop_windows() {
+  m_ahead_task.wait();
+  m_ahead_bytes = 0;
+  m_window.clear();
+  m_window_count = 0;
 }
 
 bool CNtfs::use_carved_mft(std::vector<uint64_t> offsets, uint32_t record_size) {
@@ -397,8 +439,7 @@ bool CNtfs::use_carved_mft(std::vector<uint64_t> offsets, uint32_t record_size) 
   m_mft_image = std::move(offsets);
   m_use_mft_image = true;
   m_mft_inode_count = m_mft_image.size();
-  m_window.clear();
-  m_window_count = 0;
+  drop_windows();
   return true;
 }
 

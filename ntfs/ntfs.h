@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "base/orv_background_task.h"
 #include "ntfs/orv_dir_lookup.h"
 #include "ntfs/orv_runs.h"
 #include "ntfs/orv_security.h"
@@ -112,10 +113,22 @@ class CNtfs {
   std::map<uint64_t, dir_index_node> m_dir_cache;
 
  private:
-  std::vector<uint8_t> m_window;  // read-ahead of consecutive records
+  uint64_t window_bytes(uint64_t left) const;
+  void read_ahead(uint64_t next);
+  void drop_windows();
+
+  std::vector<uint8_t> m_window;  // consecutive records of one $MFT run
   uint64_t m_window_first = 0;
   uint64_t m_window_count = 0;
   uint64_t m_last_inode = UINT64_MAX - 1;  // the record read last, to tell a walk from a jump
+  // The window after this one, read on the read-ahead thread: its place on the disk, its length
+  // (0 when none is read), and what the read gave. The thread alone touches these while it runs.
+  std::vector<uint8_t> m_ahead;
+  uint64_t m_ahead_at = 0;
+  uint64_t m_ahead_bytes = 0;
+  uint32_t m_ahead_got = 0;
+  bool m_ahead_read = false;
+  orv::background_task m_ahead_task;  // last, so that it stops before the buffers it fills go
 };
 
 // Opens a volume on a path source at `offset`; nullptr when it does not validate, `why` then

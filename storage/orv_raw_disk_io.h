@@ -37,6 +37,9 @@ class RAW_DISK_IO {
   bool read(uint8_t* buffer, uint32_t& length, uint64_t offset, bool snapshot = false);
   uint64_t size() const;
   bool is_open() const { return m_open != 0; }
+  // Files and drives are read with pread and may be read from two threads at once; a VMDK chain
+  // keeps its grain tables between reads and may not.
+  bool reads_concurrently() const { return m_kind == RAW_KIND_FILE || m_kind == RAW_KIND_DISK; }
 
   std::unique_ptr<vmdk_reader> m_vmdk;
   int32_t m_disk_number = -1;
