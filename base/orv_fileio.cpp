@@ -97,11 +97,12 @@ uint64_t fileio::read_into(uint8_t* buffer, uint64_t length, uint64_t offset) {
     m_position = offset + n;
     return n;
   }
-  if (offset > uint64_t(INT64_MAX) || ::lseek(m_fd, off_t(offset), SEEK_SET) < 0) return 0;
+  // Positioned reads: no file offset is shared, so two threads may read one file at once.
+  if (offset > uint64_t(INT64_MAX) - want) return 0;
   uint64_t done = 0;
   while (done < want) {
     uint64_t piece = want - done < k_read_piece ? want - done : k_read_piece;
-    ssize_t n = ::read(m_fd, buffer + done, size_t(piece));
+    ssize_t n = ::pread(m_fd, buffer + done, size_t(piece), off_t(offset + done));
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) break;
     done += uint64_t(n);

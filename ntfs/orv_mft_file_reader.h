@@ -5,19 +5,33 @@
 #include <string>
 #include <vector>
 
+#include "base/orv_background_task.h"
 #include "base/orv_fileio.h"
 
 class mft_file_reader {
  public:
+  mft_file_reader() = default;
+  ~mft_file_reader();
+  mft_file_reader(const mft_file_reader&) = delete;
+  mft_file_reader& operator=(const mft_file_reader&) = delete;
+
   bool open(const std::wstring& path);
   uint64_t size() const { return m_size; }
   // Reads `length` bytes at `offset` into `out` (resized to what was read). False at or past the end.
   bool read(std::vector<uint8_t>& out, uint64_t length, uint64_t offset);
 
  private:
+  void fill_window(uint64_t want, uint64_t offset);
+
   uni::fileio m_file;
   uint64_t m_size = 0;
   std::vector<uint8_t> m_window;
   uint64_t m_window_start = 0;
   uint64_t m_last_end = 0;
+  // The window after this one, read on the read-ahead thread: its offset and length (0 when none
+  // is read). The thread alone touches these while it runs.
+  std::vector<uint8_t> m_ahead;
+  uint64_t m_ahead_at = 0;
+  uint64_t m_ahead_bytes = 0;
+  orv::background_task m_ahead_task;  // last, so that it stops before the buffers it fills go
 };
