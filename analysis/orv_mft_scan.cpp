@@ -196,9 +196,11 @@ void show_entry_progress(const mft_entries_ctx& options, const scan_setup& setup
 // writers then read only what the decoding handed them: copies and digests read file content
 // through the source and the record dump reads the source, so those stay on one thread, as does
 // a run with the debug log, whose lines keep one thread's order. A -cpu child shares the machine
-// with its siblings and walks on one thread.
+// with its siblings: it writes apart only where each of them has two cores.
 bool writes_apart(const mft_entries_ctx& options, const scan_state& scan) {
-  if (std::thread::hardware_concurrency() < 2 || options.m_instance_number != 0xFFFFFFFFu) return false;
+  const bool child = options.m_instance_number != 0xFFFFFFFFu;
+  const uint64_t walks = child ? std::max<uint64_t>(options.m_instance_count, 1) : 1;
+  if (std::thread::hardware_concurrency() < 2 * walks) return false;
   if (options.m_copy_files || options.m_hash_md5 || options.m_hash_sha1 || options.m_hash_sha256) return false;
   if (options.m_hash_list_format || options.m_find_mft || log_enabled(scan.log())) return false;
   return true;

@@ -224,7 +224,8 @@ int run_instances(const mft_entries_ctx& c, uint32_t instance_count, const std::
   for (uint32_t i = 0; i < instance_count; ++i) {
     std::vector<std::string> args = base_args;
     args.insert(args.end(), {"-mftstart", hex_text(slices[i].m_start), "-mftrange", hex_text(slices[i].m_count),
-                             "-quiet", "-cpuinst", std::to_string(i), "-out", names[i]});
+                             "-quiet", "-cpuinst", std::to_string(i), "-cpu", std::to_string(instance_count), "-out",
+                             names[i]});
     if (i == 0 && first_appends) args.push_back("-cpuappend");
     // Each child keeps a debug log of its own beside the parent's.
     for (size_t k = 1; k + 1 < args.size(); ++k)
