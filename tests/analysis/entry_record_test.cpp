@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "analysis/entry_record.h"
-#include "base/orv_le.h"
 #include "tests/mft_fixture.h"
 
 using namespace testutil;

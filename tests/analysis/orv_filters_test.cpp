@@ -6,9 +6,7 @@
 #include <cstring>
 
 #include "analysis/orv_filters.h"
-#include "analysis/orv_scan_state.h"
 #include "ntfs/ntfs.h"
-#include "run/mft_entries_ctx.h"
 #include "tests/results/entry_fixture.h"
 
 using namespace fixture;

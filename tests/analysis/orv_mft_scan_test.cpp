@@ -8,10 +8,7 @@
 #include "analysis/entry_record.h"
 #include "analysis/orv_mft_scan.h"
 #include "analysis/orv_record_sink.h"
-#include "base/orv_le.h"
-#include "base/orv_string.h"
 #include "tests/mft_fixture.h"
-#include "tests/ntfs/orv_test_volume.h"
 
 using namespace testutil;
 

@@ -1,7 +1,6 @@
 // The path walk from parent references up to the root.
 #include <gtest/gtest.h>
 
-#include "analysis/entry_record.h"
 #include "analysis/orv_mft_scan.h"
 #include "analysis/orv_paths.h"
 #include "analysis/orv_record_sink.h"

@@ -4,7 +4,6 @@
 
 #include "analysis/orv_regen_mft.h"
 #include "tests/mft_fixture.h"
-#include "tests/ntfs/orv_test_volume.h"
 
 TEST(RegenMft, OneRecordPerNumberAndClaimsPastTheSource) {
   // Each copy lies at the start of its own cluster of a 64-cluster volume of 1024-byte records.

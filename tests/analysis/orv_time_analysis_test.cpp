@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "analysis/orv_time_analysis.h"
-#include "run/mft_entries_ctx.h"
 #include "tests/results/entry_fixture.h"
 
 using namespace fixture;

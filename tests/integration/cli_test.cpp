@@ -1,12 +1,7 @@
 // The program seen from outside: usage text, messages and exit statuses, the banner, a results
 // file that is a device, and the stop on a partitioned disk without a usable -offset.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <set>
-#include <string>
 
 #include "base/orv_version.h"
 #include "tests/integration/fixture_util.h"

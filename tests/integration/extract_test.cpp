@@ -1,10 +1,8 @@
 // Copies of file content made by -action_copy_files, and the digest and header columns, through
 // the binary on the committed volumes: every copy's bytes against what sleuthkit's icat read
 // (the md5 facts) and against md5sum/sha1sum/sha256sum of the same bytes.
-#include <gtest/gtest.h>
 
 #include <regex>
-#include <set>
 
 #include "tests/integration/fixture_util.h"
 

@@ -2,12 +2,8 @@
 // select worked out from what sleuthkit read of the same volume: names, extensions, wildcards,
 // inodes, deleted files, times and sizes on its extracted $MFT; -filter_dir and -filter_file, paths
 // typed in other letter cases, against the records that fls lists under the same paths.
-#include <gtest/gtest.h>
 
-#include <algorithm>
 #include <regex>
-#include <set>
-#include <string>
 
 #include "tests/integration/fixture_util.h"
 

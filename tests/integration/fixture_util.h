@@ -1,7 +1,10 @@
 #pragma once
 // Fixtures of the integration tests: the committed images (tests/fixtures/data/*.gz) decompressed
 // into BRIMLOCK_WORK_DIR on first use, the facts that sleuthkit read from them, running the
-// binary and reading its results files.
+// binary and reading its results files. Everything an integration test includes.
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <set>

@@ -1,9 +1,7 @@
 // Owner SIDs (-action_include_ownersid) of the volume with files of distinct owners and of the
 // Windows sample disks, against the security ids and SIDs that istat and fsntfsinfo read.
-#include <gtest/gtest.h>
 
 #include <cstdio>
-#include <string>
 
 #include "tests/integration/fixture_util.h"
 

@@ -1,9 +1,5 @@
 // What real volumes hold that the text of a rule may not foresee: damaged records, volumes that
 // cannot be read, 2 MiB clusters, streams behind attribute lists, names in any case.
-#include <gtest/gtest.h>
-
-#include <set>
-#include <string>
 
 #include "tests/integration/fixture_util.h"
 

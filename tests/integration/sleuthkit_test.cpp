@@ -1,11 +1,7 @@
 // Every kind of source (extracted $MFT, bare and cut volumes, partitions of MBR, GPT and 4 KiB-sector
 // disks, the Windows sample disks) run through the binary, compared with what sleuthkit read.
-#include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
-#include <set>
-#include <string>
 #include <tuple>
 
 #include "base/orv_version.h"

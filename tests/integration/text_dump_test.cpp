@@ -1,13 +1,8 @@
 // Record dumps of -find_mft on the fixture volumes, against the facts sleuthkit read from them and,
 // when sleuthkit is installed, the data attributes istat prints.
-#include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
-#include <map>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "tests/integration/fixture_util.h"
 

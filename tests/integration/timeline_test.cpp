@@ -1,11 +1,6 @@
 // The timeline formats and bare paths through the binary: bodyfile times record by record against
 // what istat read, the bodyfile fed to sleuthkit's mactime, the log2timeline file read back as
 // CSV with its instants checked, and -filepath_only against the paths fls lists.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <set>
-#include <string>
 
 #include "base/orv_string.h"
 #include "tests/integration/fixture_util.h"

@@ -1,14 +1,10 @@
 // The free-cluster pass: a file record copied into a cluster that $Bitmap shows as free is found,
 // numbered from its own header, and written with the "unalloc" type.
-#include <gtest/gtest.h>
 
 #include <fstream>
-#include <sstream>
 
 #include "base/orv_string.h"
 #include "ntfs/ntfs.h"
-#include "analysis/orv_attrib_rows.h"
-#include "ntfs/orv_stream.h"
 #include "tests/integration/fixture_util.h"
 
 namespace {

@@ -1,11 +1,6 @@
 // VMware disks made by qemu-img: a -vmdk run gives the rows an -image run gives on the same
 // bytes, a snapshot chain reads as the volume sleuthkit saw after the changes, and disks that
 // cannot be used are refused with their messages.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <set>
-#include <string>
 
 #include "tests/integration/fixture_util.h"
 

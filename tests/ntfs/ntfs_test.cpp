@@ -4,13 +4,9 @@
 #include <functional>
 #include <gtest/gtest.h>
 
-#include "ntfs/ntfs.h"
 #include "tests/ntfs/orv_test_volume.h"
 
-using testvol::bytes;
-using testvol::extents;
-using testvol::image;
-using testvol::image_file;
+using namespace testvol;
 
 namespace {
 
@@ -39,25 +35,20 @@ struct opened {
 // The record size: a negative boot value is a power of two, a positive one a cluster count; a boot
 // value smaller than the records is repaired from record 0's own size.
 TEST(Volume, RecordSizeFromTheBootSectorOrRecordZero) {
-  struct geometry_case {
-    uint32_t m_built_size;
-    int8_t m_boot_value;
-    uint32_t m_record_size, m_inodes;
-  } const cases[] = {{1024, -10, 1024, 16}, {4096, -12, 4096, 4}, {4096, 1, 4096, 4}, {4096, -10, 4096, 4}};
-  for (const geometry_case& gc : cases) {
-    SCOPED_TRACE(int(gc.m_boot_value));
-    image img = make_volume({{4, 4}}, gc.m_built_size);
-    img.m_per_record = gc.m_boot_value;
+  // {built record size, boot value}: the sizes, positions and count the volume reads.
+  const std::pair<uint32_t, int8_t> cases[] = {{1024, -10}, {4096, -12}, {4096, 1}, {4096, -10}};
+  for (const auto& gc : cases) {
+    image img = make_volume({{4, 4}}, gc.first);
+    img.m_per_record = gc.second;
     img.boot();
     opened v(img.m_bytes);
-    ASSERT_TRUE(v.m_vol);
-    EXPECT_EQ(v->m_mft_record_size, gc.m_record_size);
-    EXPECT_EQ(v->m_filerec_size, gc.m_record_size);
-    EXPECT_EQ(v->m_first_record.size(), gc.m_record_size);
-    EXPECT_EQ(v->mft_inode_count(), gc.m_inodes);
-    EXPECT_EQ(v->cluster_size(), 4096u);
-    EXPECT_EQ(v->m_mft_file_pos, 4u * 4096);
-    EXPECT_EQ(v->get_file_pos_for_inode(2), 4u * 4096 + 2 * gc.m_record_size);
+    ASSERT_TRUE(v.m_vol) << int(gc.second);
+    const uint64_t size = gc.first;
+    EXPECT_EQ((std::vector<uint64_t>{v->m_mft_record_size, v->m_filerec_size, v->m_first_record.size(),
+                                     v->cluster_size(), v->m_mft_file_pos, v->mft_inode_count(),
+                                     v->get_file_pos_for_inode(2)}),
+              (std::vector<uint64_t>{size, size, size, 4096, 4 * 4096, 4 * 4096 / size, 4 * 4096 + 2 * size}))
+        << int(gc.second);
   }
 }
 

@@ -5,7 +5,6 @@
 #include <cstdio>
 
 #include "base/orv_console.h"
-#include "ntfs/ntfs.h"
 #include "ntfs/orv_dir_lookup.h"
 #include "tests/ntfs/orv_index_builder.h"
 #include "tests/ntfs/orv_test_volume.h"

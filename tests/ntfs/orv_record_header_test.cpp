@@ -9,11 +9,7 @@
 
 TEST(RecordHeader, ValidFileRecordLimits) {
   const std::vector<uint8_t> good = testutil::record_builder().build();
-  struct change {
-    size_t m_offset;
-    uint16_t m_value;
-    bool m_valid;
-  } const changes[] = {
+  struct change { size_t m_offset; uint16_t m_value; bool m_valid; } const changes[] = {
       {4, 42, false},   // the array where older volumes put it
       {6, 9, true},     // 4096 bytes of record
       {6, 10, false},

@@ -8,16 +8,6 @@
 
 using namespace testutil;
 
-namespace {
-
-std::unique_ptr<record_source> source_of(const mft_image& image, const std::string& tag) {
-  auto source = std::make_unique<record_source>();
-  if (!source->open_mftfile(orv::to_wide(image.write(make_temp_dir(tag))))) return nullptr;
-  return source;
-}
-
-}  // namespace
-
 TEST(RecordSource, RecordSizeFromTheFirstRecord) {
   // (count - 1) x 512: 3 gives 1024, 9 gives 4096. A count of 0, or one giving more than 64 KiB
   // (65535 would mean records of 32 MiB, each read and walked whole), fails the first read only;
@@ -34,13 +24,13 @@ TEST(RecordSource, RecordSizeFromTheFirstRecord) {
     image.put(0, big);
     image.put(1, big);
     orv::put_le16(image.m_records[0].data() + 6, c.m_count);
-    auto source = source_of(image, "recsize");
-    ASSERT_TRUE(source);
-    EXPECT_EQ(source->record_size(), 1024u);
+    record_source source;
+    ASSERT_TRUE(source.open_mftfile(orv::to_wide(image.write(make_temp_dir("recsize")))));
+    EXPECT_EQ(source.record_size(), 1024u);
     std::vector<uint8_t> record;
-    EXPECT_EQ(source->read_raw(1, record), c.m_first_read);
-    EXPECT_EQ(source->record_size(), c.m_size);
-    ASSERT_TRUE(source->read_raw(1, record));
+    EXPECT_EQ(source.read_raw(1, record), c.m_first_read);
+    EXPECT_EQ(source.record_size(), c.m_size);
+    ASSERT_TRUE(source.read_raw(1, record));
     EXPECT_EQ(record.size(), c.m_size);
   }
 }

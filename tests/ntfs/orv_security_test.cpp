@@ -2,9 +2,6 @@
 // map of a small volume's $SDS.
 #include <gtest/gtest.h>
 
-#include <initializer_list>
-
-#include "ntfs/ntfs.h"
 #include "ntfs/orv_security.h"
 #include "tests/ntfs/orv_test_volume.h"
 

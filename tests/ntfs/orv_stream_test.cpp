@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
-#include "ntfs/ntfs.h"
 #include "ntfs/orv_stream.h"
 #include "tests/ntfs/orv_test_volume.h"
 

@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <map>
-#include <string>
 
 #include "base/orv_le.h"
 #include "base/orv_string.h"
