@@ -45,4 +45,25 @@ void background_task::run() {
   }
 }
 
+void block_read_ahead::start(uint64_t at, uint64_t length, block_reader read) {
+  m_task.wait();
+  m_at = at;
+  m_length = length;
+  m_block.resize(length);
+  m_task.start([this, read = std::move(read)] { m_block.resize(read(m_block.data(), m_length, m_at)); });
+}
+
+bool block_read_ahead::take(uint64_t at, uint64_t length, std::vector<uint8_t>& out) {
+  m_task.wait();
+  const bool ours = m_length && m_at == at && m_length == length;
+  if (ours) out.swap(m_block);
+  m_length = 0;
+  return ours;
+}
+
+void block_read_ahead::drop() {
+  m_task.wait();
+  m_length = 0;
+}
+
 }  // namespace orv

@@ -86,8 +86,7 @@ bool NTFS_BOOT::oem_ok() const { return std::memcmp(m_bytes + 3, "NTFS    ", 8) 
 CNtfs::CNtfs(std::unique_ptr<RAW_DISK_IO> disk, uint64_t volume_offset)
     : m_disk(std::move(disk)), m_volume_offset(volume_offset) {}
 
-// The read-ahead thread writes into this volume's buffer from its disk: it stops first.
-CNtfs::~CNtfs() { m_ahead_task.wait(); }
+CNtfs::~CNtfs() = default;
 
 uint32_t CNtfs::sector_size() const {
   uint16_t bps = m_boot.bytes_per_sector();
@@ -379,26 +378,24 @@ bool CNtfs::read_record_raw(uint64_t inode, std::vector<uint8_t>& out) {
   const uint64_t bytes = window_bytes(left);
   if (pos > UINT64_MAX - m_volume_offset) return read_exact(m_disk.get(), m_volume_offset + pos, out.data(), rs);
   const uint64_t at = m_volume_offset + pos;
-  uint32_t got = uint32_t(bytes);
-  bool read = false;
-  m_ahead_task.wait();
-  if (m_ahead_at == at && m_ahead_bytes == bytes && m_ahead_bytes) {
-    // The read-ahead started by the window before holds exactly this window.
-    m_window.swap(m_ahead);
-    got = m_ahead_got;
-    read = m_ahead_read;
-  } else {
-    m_window.resize(bytes);
-    read = m_disk->read(m_window.data(), got, at);
-  }
-  m_ahead_bytes = 0;
   m_window_count = 0;
-  if (!read || got < rs) return read_exact(m_disk.get(), at, out.data(), rs);
+  if (!m_ahead.take(at, bytes, m_window)) {
+    m_window.resize(bytes);
+    m_window.resize(read_window(m_window.data(), bytes, at));
+  }
+  const uint64_t got = m_window.size();
+  if (got < rs) return read_exact(m_disk.get(), at, out.data(), rs);
   m_window_first = inode;
-  m_window_count = std::min<uint64_t>((bytes - rs) / m_filerec_size + 1, (got - rs) / m_filerec_size + 1);
+  m_window_count = (got - rs) / m_filerec_size + 1;  // fewer when the read was cut by the source end
   std::memcpy(out.data(), m_window.data(), rs);
   if (got == bytes) read_ahead(inode + m_window_count);
   return true;
+}
+
+// Reads `length` bytes of records at disk position `at`; the bytes read, 0 on failure.
+uint64_t CNtfs::read_window(uint8_t* into, uint64_t length, uint64_t at) {
+  uint32_t got = uint32_t(length);
+  return m_disk->read(into, got, at) ? got : 0;
 }
 
 // Bytes of the window that starts at a record with `left` bytes of its run from there on.
@@ -418,18 +415,12 @@ void CNtfs::read_ahead(uint64_t next) {
   if (!mft_locate(m_mft_info.m_data_runs, cluster_size(), next * m_filerec_size, pos, left) || left < record_size() ||
       pos > UINT64_MAX - m_volume_offset)
     return;
-  m_ahead_at = m_volume_offset + pos;
-  m_ahead_bytes = window_bytes(left);
-  m_ahead.resize(m_ahead_bytes);
-  m_ahead_task.start([this] {
-    m_ahead_got = uint32_t(m_ahead_bytes);
-    m_ahead_read = m_disk->read(m_ahead.data(), m_ahead_got, m_ahead_at);
-  });
+  m_ahead.start(m_volume_offset + pos, window_bytes(left),
+                [this](uint8_t* into, uint64_t length, uint64_t at) { return read_window(into, length, at); });
 }
 
 void CNtfs::drop_windows() {
-  m_ahead_task.wait();
-  m_ahead_bytes = 0;
+  m_ahead.drop();
   m_window.clear();
   m_window_count = 0;
 }

@@ -114,6 +114,7 @@ class CNtfs {
 
  private:
   uint64_t window_bytes(uint64_t left) const;
+  uint64_t read_window(uint8_t* into, uint64_t length, uint64_t at);
   void read_ahead(uint64_t next);
   void drop_windows();
 
@@ -121,14 +122,8 @@ class CNtfs {
   uint64_t m_window_first = 0;
   uint64_t m_window_count = 0;
   uint64_t m_last_inode = UINT64_MAX - 1;  // the record read last, to tell a walk from a jump
-  // The window after this one, read on the read-ahead thread: its place on the disk, its length
-  // (0 when none is read), and what the read gave. The thread alone touches these while it runs.
-  std::vector<uint8_t> m_ahead;
-  uint64_t m_ahead_at = 0;
-  uint64_t m_ahead_bytes = 0;
-  uint32_t m_ahead_got = 0;
-  bool m_ahead_read = false;
-  orv::background_task m_ahead_task;  // last, so that it stops before the buffers it fills go
+  // The window after this one, read while this one is decoded.
+  orv::block_read_ahead m_ahead;  // last, so that its reads stop before the buffers they fill go
 };
 
 // Opens a volume on a path source at `offset`; nullptr when it does not validate, `why` then

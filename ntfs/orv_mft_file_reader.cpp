@@ -9,12 +9,8 @@ namespace {
 constexpr uint64_t k_window_bytes = 1 << 20;
 }
 
-// The read-ahead thread fills this reader's buffer from its file: it stops first.
-mft_file_reader::~mft_file_reader() { m_ahead_task.wait(); }
-
 bool mft_file_reader::open(const std::wstring& path) {
-  m_ahead_task.wait();
-  m_ahead_bytes = 0;
+  m_ahead.drop();
   m_window.clear();
   m_window_start = 0;
   if (!m_file.open(path, false)) return false;
@@ -26,21 +22,15 @@ bool mft_file_reader::open(const std::wstring& path) {
 // window after it is then read on the read-ahead thread while this one is used.
 void mft_file_reader::fill_window(uint64_t want, uint64_t offset) {
   const uint64_t span = std::min(std::max(want, k_window_bytes), m_size - offset);
-  m_ahead_task.wait();
-  if (m_ahead_bytes && m_ahead_at == offset && m_ahead_bytes == span) {
-    m_window.swap(m_ahead);
-  } else {
+  if (!m_ahead.take(offset, span, m_window)) {
     m_window.resize(span);
     m_window.resize(m_file.read_into(m_window.data(), span, offset));
   }
-  m_ahead_bytes = 0;
   m_window_start = offset;
   const uint64_t next = offset + m_window.size();
   if (m_window.size() != span || next >= m_size) return;
-  m_ahead_at = next;
-  m_ahead_bytes = std::min(k_window_bytes, m_size - next);
-  m_ahead.resize(m_ahead_bytes);
-  m_ahead_task.start([this] { m_ahead.resize(m_file.read_into(m_ahead.data(), m_ahead_bytes, m_ahead_at)); });
+  m_ahead.start(next, std::min(k_window_bytes, m_size - next),
+                [this](uint8_t* into, uint64_t length, uint64_t at) { return m_file.read_into(into, length, at); });
 }
 
 bool mft_file_reader::read(std::vector<uint8_t>& out, uint64_t length, uint64_t offset) {

@@ -10,11 +10,6 @@
 
 class mft_file_reader {
  public:
-  mft_file_reader() = default;
-  ~mft_file_reader();
-  mft_file_reader(const mft_file_reader&) = delete;
-  mft_file_reader& operator=(const mft_file_reader&) = delete;
-
   bool open(const std::wstring& path);
   uint64_t size() const { return m_size; }
   // Reads `length` bytes at `offset` into `out` (resized to what was read). False at or past the end.
@@ -28,10 +23,5 @@ class mft_file_reader {
   std::vector<uint8_t> m_window;
   uint64_t m_window_start = 0;
   uint64_t m_last_end = 0;
-  // The window after this one, read on the read-ahead thread: its offset and length (0 when none
-  // is read). The thread alone touches these while it runs.
-  std::vector<uint8_t> m_ahead;
-  uint64_t m_ahead_at = 0;
-  uint64_t m_ahead_bytes = 0;
-  orv::background_task m_ahead_task;  // last, so that it stops before the buffers it fills go
+  orv::block_read_ahead m_ahead;  // the window after this one; last, so that its read stops first
 };
