@@ -87,6 +87,16 @@ std::vector<uint8_t> fn_value(uint64_t parent_ref, const std::u16string& name, u
   return v;
 }
 
+std::vector<uint8_t> list_entry(uint32_t type, uint64_t ref, uint16_t id, uint16_t length) {
+  std::vector<uint8_t> e(32, 0);
+  orv::put_le32(&e[0], type);
+  orv::put_le16(&e[4], length);
+  e[7] = 26;  // where a name would start
+  orv::put_le64(&e[16], ref);
+  orv::put_le16(&e[24], id);
+  return e;
+}
+
 static size_t align8(size_t n) { return (n + 7) & ~size_t(7); }
 
 // An attribute of `length` bytes with its common header filled and its name at `name_at`.

@@ -35,6 +35,13 @@ std::string shell_quote(const std::string& text);
 uint64_t filetime(int year, int month, int day, int hour = 0, int minute = 0, int second = 0, uint64_t ticks = 0);
 
 std::vector<uint8_t> utf16le(const std::u16string& text);
+inline std::vector<uint8_t> cat(std::initializer_list<std::vector<uint8_t>> parts) {
+  std::vector<uint8_t> out;
+  for (const auto& p : parts) out.insert(out.end(), p.begin(), p.end());
+  return out;
+}
+// An attribute list entry without a name: attribute `id` of type `type` held by record `ref`.
+std::vector<uint8_t> list_entry(uint32_t type, uint64_t ref, uint16_t id, uint16_t length = 32);
 
 // $STANDARD_INFORMATION value: 72 bytes, or 48 with `short_form`.
 std::vector<uint8_t> si_value(uint64_t created, uint64_t modified, uint64_t mft_modified, uint64_t accessed,

@@ -1,10 +1,10 @@
-// Record filters: the early test, the time window, the OR groups and their AND reading, signatures.
-// The binary's selections on a real volume are compared in tests/integration/filter_test.cpp;
-// these are the rules it does not reach.
+// Filter records, "?" wildcards and the rules of the record filters that the binary's selections
+// on a real volume (tests/integration/filter_test.cpp) do not reach.
 #include <gtest/gtest.h>
 
 #include <cstring>
 
+#include "analysis/orv_filter_types.h"
 #include "analysis/orv_filters.h"
 #include "ntfs/ntfs.h"
 #include "tests/results/entry_fixture.h"
@@ -88,8 +88,7 @@ TEST(RecordFilters, GroupEdgesReasonsAndAndLogic) {
   EXPECT_EQ(inside.m_filter_dir_text, L"dir_inode(48)");
   add_data(with_ads, 2, L"stream", 20).m_raw_attrib.resize(64);  // too short to hold its sizes
   EXPECT_FALSE(hits(ads, with_ads));
-  // Under AND logic every group in force must hit (through the binary: tests/integration), and
-  // with no OR filter there is nothing to narrow.
+  // Under AND logic with no OR filter there is nothing to narrow.
   EXPECT_TRUE(hits(mft_entries_ctx(), inside, true));
 }
 
@@ -129,4 +128,24 @@ TEST(RecordFilters, Signatures) {
   second.m_head = hive;
   EXPECT_TRUE(signature_match(e, options, scan));
   EXPECT_EQ(e.m_filter_type_text, L"RegistryHive");
+}
+
+TEST(FilterRecord, StreamPartsAndWildcards) {
+  filter_record stream(filter_inode, L":ads", 0x20);
+  EXPECT_TRUE(stream.m_by_stream && stream.m_text.empty());
+  filter_record bare(filter_inode, L"", 7);  // no text: no stream name and no flag of its own
+  EXPECT_TRUE(bare.m_stream_names.empty() && !bare.m_whole_entry && !bare.m_by_stream);
+  // A drive mark behind one letter belongs to the path; for inode records a ":" before a
+  // backslash or "//" does too, wherever it stands.
+  for (const filter_record& r :
+       {filter_record(filter_full_name, L"c:\\windows\\notepad.exe"), filter_record(filter_full_name, L"c:/windows"),
+        filter_record(filter_directory_inode, L"[root]\\x:\\y", 5), filter_record(filter_inode, L"[root]\\x://y", 5)})
+    EXPECT_TRUE(r.m_whole_entry && !r.m_by_stream) << r.m_text;
+
+  // "?" needs a character where it stands, at the ends too; "*" is a literal.
+  const struct { const wchar_t *m_pattern, *m_name; bool m_match; } cases[] = {
+      {L"a?c", L"xxabcxx", true}, {L"a?c", L"ac", false},   {L"??ab?", L"12ab3", true}, {L"??ab?", L"12ab", false},
+      {L"??ab?", L"1ab3", false}, {L"???", L"ab", false},   {L"*.txt", L"x*.txt", true}};
+  for (const auto& c : cases)
+    EXPECT_EQ(wildcard_match(compile_wildcard(c.m_pattern), c.m_name), c.m_match) << c.m_pattern << " ~ " << c.m_name;
 }

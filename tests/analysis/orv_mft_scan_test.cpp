@@ -1,5 +1,5 @@
-// The scans over $MFT: ranges, passes, damaged records and sources that lie about their size.
-// (Randomly damaged records are the fuzzers' ground: fuzz/fuzz_record.cpp, fuzz/fuzz_mftfile.cpp.)
+// The scans over $MFT and the free clusters: ranges, damaged records, sources that lie about their
+// size. (Randomly damaged records are the fuzzers' ground.)
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -8,6 +8,7 @@
 #include "analysis/entry_record.h"
 #include "analysis/orv_mft_scan.h"
 #include "analysis/orv_record_sink.h"
+#include "analysis/orv_unalloc_scan.h"
 #include "tests/mft_fixture.h"
 
 using namespace testutil;
@@ -63,8 +64,7 @@ TEST(MftScan, RangesPassesAndDamagedRecords) {
 }
 
 TEST(MftScan, SourcesThatLieAboutTheirSize) {
-  // An empty buffer is refused before its header is read. (An extracted $MFT whose first record
-  // claims records of 32 MiB: tests/ntfs/orv_record_source_test.cpp.)
+  // An empty buffer is refused before its header is read.
   mft_entries_ctx options;
   options.m_progress = 0;
   scan_state scan;
@@ -84,4 +84,15 @@ TEST(MftScan, SourcesThatLieAboutTheirSize) {
   std::string log;
   scanned(options, scan, &log);
   EXPECT_NE(log.find("range of inodes to analyze: 1073741820 -> 256\n"), std::string::npos) << log;
+}
+
+TEST(UnallocScan, BitmapClaimBoundedByTheSource) {
+  // $Bitmap claims 512 MiB over a run of 2^17 clusters from cluster 0 of a 256 KiB volume: the
+  // scan allocated the whole claim and then walked two million clusters that do not exist.
+  testvol::image_file file(testutil::lying_volume(6, 0x80));
+  mft_entries_ctx options;
+  options.m_image_volume_path = orv::to_wide(file.m_path);
+  options.m_progress = 0;
+  scan_state scan;
+  EXPECT_LT(testutil::peak_growth_kib([&] { EXPECT_TRUE(unalloc_scan(options, scan, record_sink())); }), 64 * 1024);
 }

@@ -51,10 +51,9 @@ TEST(Digest, AnySplitGivesTheOneCallDigestAndPaddingHoldsAtEveryLength) {
     x = x * 1103515245u + 12345u;
     c = char(x >> 24);
   }
-  // Digest of the hex digests of the first 0, 1, ... 130 bytes, each taken in one call: the
-  // message lengths either side of 55, 56, 63, 64, 119 and 120 bytes, where the padding does or
-  // does not need a block of its own. Computed once with md5sum, sha1sum and sha256sum. (Long
-  // content is compared with md5sum, sha1sum and sha256sum through the binary.)
+  // Digest of the hex digests of the first 0, 1, ... 130 bytes, each taken in one call: lengths
+  // either side of 55, 56, 63, 64, 119 and 120 bytes, where the padding does or does not need a
+  // block of its own. Computed once with md5sum, sha1sum and sha256sum.
   const char* prefixes[] = {"1bb7f0d50f920aed36613f614de986f8", "f8acbf7d4609486ddb619b3053b61811d3d2f8c8",
                             "45ecd5667089d3bc65e1d756fa2c94c774191a9c2e7b32dddcb8c90825cc161c"};
   for (digest_kind kind : {MD5, SHA1, SHA256}) {

@@ -1,6 +1,5 @@
-// Copies of file content made by -action_copy_files, and the digest and header columns, through
-// the binary on the committed volumes: every copy's bytes against what sleuthkit's icat read
-// (the md5 facts) and against md5sum/sha1sum/sha256sum of the same bytes.
+// Copies made by -action_copy_files, and the digest and header columns: every copy against what
+// icat read (the md5 facts) and against md5sum/sha1sum/sha256sum of the same bytes.
 
 #include <regex>
 

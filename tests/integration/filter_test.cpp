@@ -1,7 +1,5 @@
-// Each filter family run through the binary on the feature volume, with the records it should
-// select worked out from what sleuthkit read of the same volume: names, extensions, wildcards,
-// inodes, deleted files, times and sizes on its extracted $MFT; -filter_dir and -filter_file, paths
-// typed in other letter cases, against the records that fls lists under the same paths.
+// Each filter family on the feature volume (its extracted $MFT, or the image for the path
+// filters), against the records that the facts sleuthkit read say it should select.
 
 #include <regex>
 
@@ -60,6 +58,8 @@ TEST(FilterOptions, EachFamilySelectsTheRecordsOfTheFacts) {
       // A full name must match whole.
       {"-filter_fullname report", {}, false, ""},
       {"-filter_fullname Report.TXT", named("^report\\.txt$"), true, ""},
+      // Case folds by Unicode whatever the locale (on a volume by its $UpCase: below).
+      {"-filter_fullname 'CAFÉ.TXT'", named("^café\\.txt$"), true, ""},
       // Extensions: dots dropped, case folded, the text after the last dot compared.
       {"-filter_ext \".BIN;.exe\"", named("\\.(bin|exe)$"), true, "ext("},
       // Only "?" is a wildcard, and a pattern may sit anywhere in the name.
@@ -132,6 +132,8 @@ TEST(PathFilters, DirectoriesAndFilesAsFlsListsThem) {
                                    inode_of(f, "attrlist/many/hardlink-number-150-with-a-long-name-to-fill-records.txt")};
   EXPECT_EQ(want.count(0), 0u);
   EXPECT_EQ(files.records, want);
+  EXPECT_EQ(fixtures::run_rows("fold", source + "-filter_fullname 'CAFÉ.TXT'").records,
+            std::set<uint64_t>{inode_of(f, "intl/café.txt")});
   // A stream mark selects the record through that stream.
   const fixtures::rows_run stream = fixtures::run_rows("stream", source + "-filter_file 'streams/DATA.txt:META'");
   EXPECT_EQ(stream.records, std::set<uint64_t>{inode_of(f, "streams/data.txt")});

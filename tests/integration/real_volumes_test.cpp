@@ -1,5 +1,5 @@
 // What real volumes hold that the text of a rule may not foresee: damaged records, volumes that
-// cannot be read, 2 MiB clusters, streams behind attribute lists, names in any case.
+// cannot be read, 2 MiB clusters, streams behind attribute lists.
 
 #include "tests/integration/fixture_util.h"
 
@@ -70,15 +70,5 @@ TEST(RealVolumes, EveryStreamBehindAnAttributeListIsListed) {
     size_t streams = 0;
     for (size_t at = 0; (at = summary.find(" : ads : ", at)) != std::string::npos; ++at) ++streams;
     EXPECT_EQ(streams, size_t(c.second)) << summary;
-  }
-}
-
-// Names fold case by Unicode whatever the locale, and by the volume's $UpCase on a volume.
-TEST(RealVolumes, NamesFoldCaseByUnicode) {
-  for (const std::string& source :
-       {"-mftfile " + q(fixtures::path("feature.mft")), "-image " + q(fixtures::path("feature.img"))}) {
-    auto rows = fixtures::parse_results(rows_of(source + " -filter_fullname 'CAFÉ.TXT'"), ",", 0);
-    ASSERT_FALSE(rows.rows.empty()) << source;
-    for (size_t i = 0; i < rows.rows.size(); ++i) EXPECT_EQ(rows.cell(i, "name"), "café.txt") << source;
   }
 }

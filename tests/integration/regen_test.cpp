@@ -1,6 +1,5 @@
 // -regen_mft on the feature volume whose $MFT run list was cut after 16 records, with two older
-// copies of readme.txt's record in free clusters: the carved MFT gives back the rows of the
-// intact volume and every record that sleuthkit reads there, readme.txt in its newest generation.
+// copies of readme.txt's record in free clusters.
 
 #include <sstream>
 

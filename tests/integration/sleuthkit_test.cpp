@@ -1,5 +1,4 @@
-// Every kind of source (extracted $MFT, bare and cut volumes, partitions of MBR, GPT and 4 KiB-sector
-// disks, the Windows sample disks) run through the binary, compared with what sleuthkit read.
+// Every kind of source run through the binary, compared with what sleuthkit read.
 
 #include <array>
 #include <tuple>

@@ -1,6 +1,5 @@
 // Stream content read through the volume code in the ways a copy through the binary does not
 // show: index blocks raw and repaired, a damaged compression unit, stored clusters.
-// (Every stream of the md5 facts is compared through the binary in extract_test.cpp.)
 
 #include <sstream>
 

@@ -1,6 +1,4 @@
-// The timeline formats and bare paths through the binary: bodyfile times record by record against
-// what istat read, the bodyfile fed to sleuthkit's mactime, the log2timeline file read back as
-// CSV with its instants checked, and -filepath_only against the paths fls lists.
+// The timeline formats and bare paths against what istat, mactime and fls read.
 
 #include "base/orv_string.h"
 #include "tests/integration/fixture_util.h"

@@ -1,6 +1,5 @@
-// VMware disks made by qemu-img: a -vmdk run gives the rows an -image run gives on the same
-// bytes, a snapshot chain reads as the volume sleuthkit saw after the changes, and disks that
-// cannot be used are refused with their messages.
+// VMware disks made by qemu-img: the rows of an -image run on the same bytes, snapshot chains,
+// and refusals.
 
 #include "tests/integration/fixture_util.h"
 
@@ -12,17 +11,8 @@ std::string disk(const std::string& name) {
   return fixtures::path(name);
 }
 
-// A -csv run: the run, its results, and the lines after the banner, command line and empty line.
-struct run_rows {
-  fixtures::rows_run all;
-  std::vector<std::string> rows;
-};
-
-run_rows run_csv(const std::string& tag, const std::string& args) {
-  run_rows r{fixtures::run_rows("vmdk_" + tag, args + " -csv"), {}};
-  const auto& lines = r.all.rows.lines;
-  r.rows.assign(lines.begin() + std::min<size_t>(3, lines.size()), lines.end());
-  return r;
+fixtures::rows_run run_csv(const std::string& tag, const std::string& args) {
+  return fixtures::run_rows("vmdk_" + tag, args + " -csv");
 }
 
 // {label, -vmdk arguments ("*" is the directory of the disks), -image arguments, parent found}.
@@ -50,11 +40,11 @@ TEST_P(VmdkSameAsImage, RowsAgree) {
   vmdk.replace(0, 1, dir);
   image.replace(0, image.find(' ') == std::string::npos ? image.size() : image.find(' '),
                 fixtures::q(fixtures::path(image.substr(0, image.find(' ')))));
-  run_rows a = run_csv(std::string(s.label) + "_v", "-vmdk " + vmdk), b = run_csv(std::string(s.label) + "_i", "-image " + image);
-  EXPECT_EQ(a.all.run.status, 0) << a.all.run.err;
-  ASSERT_GT(b.rows.size(), 30u) << b.all.run.err;
-  EXPECT_EQ(a.rows, b.rows) << a.all.run.err;
-  EXPECT_EQ(a.all.run.err.find("=> vmdk file: ") != std::string::npos, s.parent_added) << a.all.run.err;
+  auto a = run_csv(std::string(s.label) + "_v", "-vmdk " + vmdk), b = run_csv(std::string(s.label) + "_i", "-image " + image);
+  EXPECT_EQ(a.run.status, 0) << a.run.err;
+  ASSERT_GT(b.rows.rows.size(), 30u) << b.run.err;
+  EXPECT_EQ(a.rows.rows, b.rows.rows) << a.run.err;
+  EXPECT_EQ(a.run.err.find("=> vmdk file: ") != std::string::npos, s.parent_added) << a.run.err;
 }
 
 INSTANTIATE_TEST_SUITE_P(Disks, VmdkSameAsImage, ::testing::ValuesIn(kSame),
@@ -65,22 +55,22 @@ INSTANTIATE_TEST_SUITE_P(Disks, VmdkSameAsImage, ::testing::ValuesIn(kSame),
 // are the same. They show the volume as sleuthkit read it from the changed image.
 TEST(Vmdk, SnapshotChainReadsAsTheChangedVolume) {
   const std::string top = disk("vmsnap2.vmdk"), dir = top.substr(0, top.rfind('/') + 1);
-  run_rows alone = run_csv("alone", "-vmdk " + fixtures::q(top));
-  EXPECT_EQ(alone.all.run.status, 0);
+  const fixtures::rows_run alone = run_csv("alone", "-vmdk " + fixtures::q(top));
+  EXPECT_EQ(alone.run.status, 0);
   // Each round tells what it added; the last one is shown.
-  EXPECT_EQ(alone.all.run.err.find("=> vmdk file: " + dir + "vmsnap1.vmdk\n depends on parent vmdk vmbase.vmdk\n"), 0u)
-      << alone.all.run.err;
+  EXPECT_EQ(alone.run.err.find("=> vmdk file: " + dir + "vmsnap1.vmdk\n depends on parent vmdk vmbase.vmdk\n"), 0u)
+      << alone.run.err;
   const std::string listed = fixtures::q(dir + "vmbase.vmdk ; " + dir + "vmsnap2.vmdk| " + dir + "vmsnap1.vmdk");
   const std::string repeated = "-vmdk " + fixtures::q(dir + "vmsnap1.vmdk") + " -vmdk " + fixtures::q(top);
   for (const std::string& args : {"-vmdk " + listed, repeated, "-vmdk " + fixtures::q(top) + " -cpu 2"}) {
-    run_rows other = run_csv("other", args);
-    std::vector<std::string> a = alone.rows, b = other.rows;
+    const fixtures::rows_run other = run_csv("other", args);
+    auto a = alone.rows.rows, b = other.rows.rows;
     std::sort(a.begin(), a.end());  // child processes may order rows of equal keys apart
     std::sort(b.begin(), b.end());
-    EXPECT_EQ(a, b) << args << "\n" << other.all.run.err;
+    EXPECT_EQ(a, b) << args << "\n" << other.run.err;
   }
 
-  const fixtures::results& results = alone.all.rows;
+  const fixtures::results& results = alone.rows;
   std::set<std::pair<std::string, std::string>> shown, deleted;  // name, path cell
   for (size_t i = 0; i < results.rows.size(); ++i)
     (results.cell(i, "type") == "del" ? deleted : shown).insert({results.cell(i, "name"), results.cell(i, "path")});
@@ -116,10 +106,10 @@ TEST(Vmdk, UnusableDisksAreRefused) {
       {fixtures::path("feature.img"), fixtures::path("feature.img") + " can't be opened\n"},
   };
   for (const auto& c : cases) {
-    run_rows r = run_csv("refused", "-vmdk " + fixtures::q(c.path));
-    EXPECT_EQ(r.all.run.err.find(c.message), 0u) << r.all.run.err;
-    EXPECT_NE(r.all.run.err.find("suggested array: -vmdk \"" + c.path + "\"\n"), std::string::npos) << r.all.run.err;
-    EXPECT_TRUE(r.rows.empty()) << c.path;
+    const fixtures::rows_run r = run_csv("refused", "-vmdk " + fixtures::q(c.path));
+    EXPECT_EQ(r.run.err.find(c.message), 0u) << r.run.err;
+    EXPECT_NE(r.run.err.find("suggested array: -vmdk \"" + c.path + "\"\n"), std::string::npos) << r.run.err;
+    EXPECT_TRUE(r.rows.header.empty()) << c.path;
   }
 }
 

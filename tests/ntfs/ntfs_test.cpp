@@ -1,6 +1,5 @@
-// Volume validation, geometry and record positions of CNtfs on small built images. Reads through
-// a fragmented $MFT (records split between runs of 512-byte clusters, walks and lookups in any
-// order) are compared with sleuthkit through the binary on mftfrag.img.
+// Volume validation, geometry and record positions of CNtfs on small built images. (A fragmented
+// $MFT: through the binary on mftfrag.img.)
 #include <functional>
 #include <gtest/gtest.h>
 
@@ -22,14 +21,6 @@ image make_volume(const extents& runs, uint32_t record_size = 1024, uint64_t clu
   return img;
 }
 
-// An image written out and the volume opened on it; the file stays while the object lives.
-struct opened {
-  image_file m_file;
-  std::unique_ptr<CNtfs> m_vol;
-  explicit opened(const bytes& b, uint64_t offset = 0) : m_file(b), m_vol(m_file.open(offset)) {}
-  CNtfs* operator->() const { return m_vol.get(); }
-};
-
 }  // namespace
 
 // The record size: a negative boot value is a power of two, a positive one a cluster count; a boot
@@ -41,8 +32,9 @@ TEST(Volume, RecordSizeFromTheBootSectorOrRecordZero) {
     image img = make_volume({{4, 4}}, gc.first);
     img.m_per_record = gc.second;
     img.boot();
-    opened v(img.m_bytes);
-    ASSERT_TRUE(v.m_vol) << int(gc.second);
+    image_file file(img.m_bytes);
+    std::unique_ptr<CNtfs> v = file.open();
+    ASSERT_TRUE(v) << int(gc.second);
     const uint64_t size = gc.first;
     EXPECT_EQ((std::vector<uint64_t>{v->m_mft_record_size, v->m_filerec_size, v->m_first_record.size(),
                                      v->cluster_size(), v->m_mft_file_pos, v->mft_inode_count(),
@@ -74,14 +66,14 @@ TEST(Volume, RefusesWhatIsNotAnNtfsVolume) {
   EXPECT_FALSE(open_volume_path(L"/nonexistent/brimlock/volume.img", 0));
 }
 
-// $DATA of record 0 claiming 2^32-1 clusters: positions stay computable, the count is bounded by
-// what the image can hold.
+// $DATA of record 0 claiming 2^32-1 clusters: the count is bounded by what the image can hold.
 TEST(Volume, HostileRunCountsDoNotOutgrowTheSource) {
   extents runs = {{4, 4}};
   image img = make_volume(runs);
   img.put_record(runs, 0, testvol::mft_record({{4, 0xFFFFFFFFu}}, img.cluster()).build());
-  opened v(img.m_bytes);
-  ASSERT_TRUE(v.m_vol);
+  image_file file(img.m_bytes);
+  std::unique_ptr<CNtfs> v = file.open();
+  ASSERT_TRUE(v);
   EXPECT_LE(v->mft_inode_count(), img.m_bytes.size() / 1024);
   std::vector<uint8_t> rec;
   EXPECT_TRUE(v->read_record(5, rec));

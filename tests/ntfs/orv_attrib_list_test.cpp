@@ -10,19 +10,7 @@ using testvol::bytes;
 namespace {
 
 bytes list_entry(uint32_t type, uint64_t holder, uint16_t sequence, uint16_t id, uint16_t length = 32) {
-  bytes e(32, 0);
-  orv::put_le32(e.data(), type);
-  orv::put_le16(e.data() + 4, length);
-  e[7] = 26;
-  orv::put_le64(e.data() + 16, orv::make_ref(holder, sequence));
-  orv::put_le16(e.data() + 24, id);
-  return e;
-}
-
-bytes joined(std::initializer_list<bytes> parts) {
-  bytes out;
-  for (const bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
-  return out;
+  return testutil::list_entry(type, orv::make_ref(holder, sequence), id, length);
 }
 
 // Records held in memory; each pull reports "holder:type:id" of what it was handed.
@@ -61,33 +49,33 @@ bytes extension(uint16_t sequence, std::initializer_list<std::pair<uint32_t, int
 
 }  // namespace
 
-TEST(AttributeList, PullsEachListedAttributeOnce) {
+TEST(AttributeList, PullsEachListedAttributeOnceAndDamageEndsTheWalk) {
+  using testutil::cat;
   records r;
   r.m_records[41] = extension(2, {{0x30, 3}, {0x80, 5}});
   r.m_records[42] = extension(1, {{0x80, 0}});
+  r.m_records[43] = r.m_records[41];
+  std::memcpy(r.m_records[43].data(), "BAAD", 4);
   // The base's own entry, two from 41, one from 42 (whose sequence the list gives wrongly), one
   // naming an id that 41 does not hold, and the first one over and over, as a damaged list can.
-  bytes list = joined({list_entry(0x10, 40, 1, 0), list_entry(0x30, 41, 2, 3), list_entry(0x80, 41, 2, 5),
-                       list_entry(0x80, 42, 7, 0), list_entry(0x80, 41, 2, 9)});
-  for (int i = 0; i < 500; ++i) list = joined({list, list_entry(0x30, 41, 2, 3)});
-  EXPECT_EQ(r.pull(list, 40, false), "41:48:3 41:128:5 42:128:0 ");
-  EXPECT_LE(r.m_fetches, 4);  // consecutive entries naming one record read it once
-  // $MFT's own extents are never taken from a reused record.
-  EXPECT_EQ(r.pull(list, 40, true), "41:48:3 41:128:5 ");
-}
-
-TEST(AttributeList, DamagedListsEndTheWalk) {
-  records r;
-  r.m_records[41] = extension(2, {{0x80, 5}});
-  // An entry shorter than its own header ends the list: stepping by it would read a record for
-  // nearly every byte.
-  EXPECT_EQ(r.pull(joined({list_entry(0x30, 41, 2, 7, 10), list_entry(0x80, 41, 2, 5)}), 40, false), "");
-  // An entry longer than what is left is taken, then the walk ends.
-  EXPECT_EQ(r.pull(list_entry(0x80, 41, 2, 5, 4000), 40, false), "41:128:5 ");
-  // The holder is no "FILE" record, or cannot be read.
-  bytes other = r.m_records[41];
-  std::memcpy(other.data(), "BAAD", 4);
-  r.m_records[43] = other;
-  EXPECT_EQ(r.pull(joined({list_entry(0x80, 43, 2, 5), list_entry(0x80, 44, 2, 5)}), 40, false), "");
-  EXPECT_EQ(r.pull(bytes(20, 0xFF), 40, false), "");
+  bytes repeated = cat({list_entry(0x10, 40, 1, 0), list_entry(0x30, 41, 2, 3), list_entry(0x80, 41, 2, 5),
+                        list_entry(0x80, 42, 7, 0), list_entry(0x80, 41, 2, 9)});
+  for (int i = 0; i < 500; ++i) repeated = cat({repeated, list_entry(0x30, 41, 2, 3)});
+  struct pull_case { const char* m_what; bytes m_list; bool m_same_sequence; const char* m_seen; } const cases[] = {
+      {"repeated entries", repeated, false, "41:48:3 41:128:5 42:128:0 "},
+      {"$MFT's own extents are never taken from a reused record", repeated, true, "41:48:3 41:128:5 "},
+      // Stepping by an entry shorter than its own header would read a record for nearly every byte.
+      {"an entry shorter than its header ends the list",
+       cat({list_entry(0x30, 41, 2, 7, 10), list_entry(0x80, 41, 2, 5)}), false, ""},
+      {"an entry longer than what is left is taken, then the walk ends", list_entry(0x80, 41, 2, 5, 4000), false,
+       "41:128:5 "},
+      {"a holder that is no FILE record, or cannot be read",
+       cat({list_entry(0x80, 43, 2, 5), list_entry(0x80, 44, 2, 5)}), false, ""},
+      {"no entry at all", bytes(20, 0xFF), false, ""},
+  };
+  for (const pull_case& c : cases) {
+    r.m_fetches = 0;
+    EXPECT_EQ(r.pull(c.m_list, 40, c.m_same_sequence), c.m_seen) << c.m_what;
+    EXPECT_LE(r.m_fetches, 4) << c.m_what;  // consecutive entries naming one record read it once
+  }
 }

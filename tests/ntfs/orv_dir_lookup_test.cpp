@@ -1,8 +1,5 @@
-// Path walks and directory listings on a small volume built in memory, its root index damaged by
-// a block that points back at the one before it.
+// Path walks and directory listings on a small volume built in memory.
 #include <gtest/gtest.h>
-
-#include <cstdio>
 
 #include "base/orv_console.h"
 #include "ntfs/orv_dir_lookup.h"
@@ -16,9 +13,8 @@ namespace {
 
 constexpr uint32_t k_dir = 0x10000000;
 
-// Root (5): its root node sends every name to block 0 ("apple", "cherry" a directory, then block
-// 1); block 1 holds "date" and points back at block 0. Directory "cherry" (0x41) names the root
-// again as "up".
+// Root (5) sends every name to block 0 ("apple", directory "cherry", then block 1); block 1 holds
+// "date" and points back at block 0. "cherry" (0x41) names the root again as "up".
 testvol::bytes make_image() {
   const testvol::extents mft = {{4, 20}};
   testvol::image img(64);
@@ -48,20 +44,6 @@ std::vector<uint16_t> ascii_upcase() {
   return table;
 }
 
-// The sink closes its stream when it goes.
-struct log_file : diag_sink {
-  log_file() {
-    m_diags_on = 1;
-    m_diags_stream = std::tmpfile();
-  }
-  std::string text() const {
-    std::string out(size_t(std::ftell(m_diags_stream)), '\0');
-    std::rewind(m_diags_stream);
-    out.resize(std::fread(&out[0], 1, out.size(), m_diags_stream));
-    return out;
-  }
-};
-
 }  // namespace
 
 TEST(DirLookup, PathsListingsAndLoops) {
@@ -69,7 +51,9 @@ TEST(DirLookup, PathsListingsAndLoops) {
   std::unique_ptr<CNtfs> volume = file.open();
   ASSERT_TRUE(volume);
   const std::vector<uint16_t> upcase = ascii_upcase();
-  log_file log;
+  diag_sink log;
+  const std::string log_path = testutil::make_temp_dir("dirlookup") + "/log";
+  ASSERT_TRUE(log.open_diags(log_path));
   struct path_case { const wchar_t* m_path; bool m_ok; uint64_t m_found; const wchar_t* m_canonical; } const cases[] = {
       {L"\\APPLE", true, 0x40, L"\\APPLE"},        {L"c:\\Date:stream", true, 0x42, L"c:\\Date:stream"},
       {L"cherry/up/apple", true, 0x40, L"cherry\\up\\apple"}, {L"\\", true, 5, L"\\"},
@@ -86,7 +70,7 @@ TEST(DirLookup, PathsListingsAndLoops) {
   }
   // "zzz" went down block 0, block 1, and back to block 0: the loop ended that way down, and the
   // whole index was read instead, each block once.
-  EXPECT_NE(log.text().find("index loop in inode 0x5"), std::string::npos) << log.text();
+  EXPECT_NE(testutil::read_text(log_path).find("index loop in inode 0x5"), std::string::npos);
   const std::vector<dir_child>* children = nullptr;
   ASSERT_TRUE(list_directory(*volume, 5, upcase, children, log));
   EXPECT_EQ(children->size(), 3u);
@@ -95,5 +79,5 @@ TEST(DirLookup, PathsListingsAndLoops) {
   list_directory_tree(*volume, 5, L"[root]", 99, upcase, tree, log);
   ASSERT_EQ(tree.size(), 2u);
   EXPECT_EQ(tree[1].m_text, L"[root]\\cherry");
-  EXPECT_NE(log.text().find("lists 0x5, already in the tree"), std::string::npos);
+  EXPECT_NE(testutil::read_text(log_path).find("lists 0x5, already in the tree"), std::string::npos);
 }

@@ -1,4 +1,5 @@
-// Recognising record buffers and applying their fixups, for each kind of reader.
+// Recognising record buffers, applying their fixups for each kind of reader, and the record size
+// an extracted $MFT learns from its first record.
 #include <cstring>
 #include <gtest/gtest.h>
 
@@ -6,6 +7,7 @@
 #include "base/orv_le.h"
 #include "base/orv_string.h"
 #include "ntfs/orv_filerec.h"
+#include "ntfs/orv_record_header.h"
 #include "ntfs/orv_record_source.h"
 #include "tests/test_util.h"
 
@@ -96,5 +98,53 @@ TEST(Fixups, ReaderOutcomesOnAnExtractedMft) {
     EXPECT_EQ(mft_fixup_read(record, bad, source, uint64_t(o[0]), log), o[1] == 1) << o[0];
     EXPECT_TRUE(!o[1] || bad == (o[2] == 1)) << o[0];
     EXPECT_TRUE(o[0] != 2 || record[510] == 0xAB);  // "BAAD" repaired, for what its attributes still hold
+  }
+}
+
+TEST(RecordHeader, ValidFileRecordLimits) {
+  const std::vector<uint8_t> good = testutil::record_builder().build();
+  struct change { size_t m_offset; uint16_t m_value; bool m_valid; } const changes[] = {
+      {4, 42, false},   // the array where older volumes put it
+      {6, 9, true},     // 4096 bytes of record
+      {6, 10, false},
+      {20, 72, true},   // first attribute right behind the largest header
+      {20, 73, false},
+  };
+  EXPECT_TRUE(is_valid_filerec(good.data(), good.size()));
+  for (const change& c : changes) {
+    std::vector<uint8_t> record = good;
+    orv::put_le16(record.data() + c.m_offset, c.m_value);
+    EXPECT_EQ(is_valid_filerec(record.data(), record.size()), c.m_valid) << c.m_offset << "=" << c.m_value;
+  }
+  std::vector<uint8_t> other = good;
+  std::memcpy(other.data(), "FILF", 4);
+  EXPECT_FALSE(is_valid_filerec(other.data(), other.size()));
+  EXPECT_FALSE(is_valid_filerec(good.data(), 21));
+  EXPECT_FALSE(is_valid_filerec(nullptr, 1024));
+}
+
+TEST(RecordSource, RecordSizeFromTheFirstRecord) {
+  // (count - 1) x 512: 3 gives 1024, 9 gives 4096. A count of 0, or one giving more than 64 KiB
+  // (65535: records of 32 MiB), fails the first read only; later reads go on with 1024 bytes.
+  struct size_case { uint16_t m_count; bool m_first_read; uint32_t m_size; } const cases[] = {
+      {3, true, 1024}, {9, true, 4096}, {0, false, 1024}, {200, false, 1024}, {0xFFFF, false, 1024}};
+  for (const size_case& c : cases) {
+    SCOPED_TRACE(c.m_count);
+    mft_image image;
+    image.m_record_size = 4096;
+    record_builder big;
+    big.m_size = 4096;
+    big.resident(0x80, std::vector<uint8_t>(3000, 0x5A));
+    image.put(0, big);
+    image.put(1, big);
+    orv::put_le16(image.m_records[0].data() + 6, c.m_count);
+    record_source source;
+    ASSERT_TRUE(source.open_mftfile(orv::to_wide(image.write(make_temp_dir("recsize")))));
+    EXPECT_EQ(source.record_size(), 1024u);
+    std::vector<uint8_t> record;
+    EXPECT_EQ(source.read_raw(1, record), c.m_first_read);
+    EXPECT_EQ(source.record_size(), c.m_size);
+    ASSERT_TRUE(source.read_raw(1, record));
+    EXPECT_EQ(record.size(), c.m_size);
   }
 }

@@ -1,7 +1,5 @@
-// LZNT1 chunks and compression units built in memory: by hand where the bit layout is the point,
-// by the test compressor where content of known text is. Units that ntfs-3g wrote (references at
-// every offset split, stored chunks, sparse tails, a damaged unit) are expanded through the binary
-// and compared with icat in tests/integration.
+// LZNT1 chunks and units built by hand or by the test compressor. (Units that ntfs-3g wrote: through
+// the binary against icat.)
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -9,8 +7,10 @@
 
 #include "ntfs/orv_lznt1.h"
 #include "tests/ntfs/lznt1_writer.h"
+#include "tests/test_util.h"
 
 using lznt1w::bytes;
+using testutil::cat;
 
 namespace {
 
@@ -30,12 +30,6 @@ bytes text(size_t size, unsigned seed) {
 bytes distinct(size_t size) {
   bytes out(size);
   for (size_t i = 0; i < size; ++i) out[i] = uint8_t((i * 7) % 251);
-  return out;
-}
-
-bytes cat(std::initializer_list<bytes> parts) {
-  bytes out;
-  for (const bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
   return out;
 }
 

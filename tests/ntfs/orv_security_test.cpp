@@ -61,10 +61,8 @@ bytes sds_entry(uint32_t id, uint64_t position, const bytes& desc) {
 
 }  // namespace
 
-// Owner, group, SACL and DACL of one entry (six ACEs, two of equal SID and type joined: five
-// rows); and the damage that must end a lookup quietly: offsets and counts that point outside the
-// entry. (Owners of descriptors that Windows and ntfs-3g wrote are compared with istat through the
-// binary, tests/integration/owner_test.cpp.)
+// One entry (six ACEs, two of equal SID and type joined: five rows), and offsets and counts that
+// point outside it, which must end a lookup quietly. (Real owners: integration/owner_test.cpp.)
 TEST(SecurityDescriptor, EntriesDecodeAndDamageStaysInside) {
   const bytes dacl = acl({ace(0, 0x1F01FF, k_admins), ace(0, 0x80000000, k_admins), ace(1, 0x10000, k_world),
                           ace(0, 0x120089, k_system), ace(0, 0x10000000, k_user), ace(9, 0, k_admin)});

@@ -1,7 +1,5 @@
-// Reading byte ranges through run lists, and what a copy of a whole attribute takes or refuses.
-// Whole copies, compressed ones and a damaged unit included, are compared with icat through the
-// binary (tests/integration/extract_test.cpp, stream_test.cpp); these cover the edges of a single
-// read and the limits a hostile run list meets.
+// The edges of a read through a run list, and the limits a copy of a whole attribute meets. (Whole
+// copies: through the binary against icat.)
 #include <gtest/gtest.h>
 #include <sstream>
 
@@ -51,8 +49,7 @@ TEST_F(ReadStream, RangesHolesAndFailures) {
   const data_run_list scattered = {run(10, 0, 2), run(3, 2, 3), run(4, 5, 1)};  // cluster 4 twice, out of order
   const data_run_list holed = {run(10, 0, 2), run(0, 2, 2, true), run(20, 4, 2)};
   const data_run_list off_image = {run(10, 0, 2), run(5000, 2, 2), run(12, 4, 1)};
-  // Bytes delivered (their content is what `expected` gives) and the flags that come back. (Whole
-  // fragmented and sparse streams: md5 of copies through the binary.)
+  // Bytes delivered (their content is what `expected` gives) and the flags that come back.
   struct read_case { const char* m_what; data_run_list m_runs; uint64_t m_pos, m_length; uint32_t m_flags_in;
                      bool m_ok; uint64_t m_delivered; uint32_t m_flags_out; } const cases[] = {
       {"the runs end first", scattered, 4 * C + 7, 2 * C, 0, true, 2 * C - 7, 0x8},
@@ -120,8 +117,7 @@ TEST_F(CopyAttrib, SizesAndRefusals) {
   EXPECT_FALSE(ok);
   copy(nullptr, runs, 10, 10, ok);
   EXPECT_FALSE(ok);
-  // Holes beyond the limit (1 MiB here): a few bytes of run list claiming terabytes of zeros are
-  // refused.
+  // A few bytes of run list claiming terabytes of holes: refused beyond the limit (1 MiB here).
   const data_run_list holes = {run(40, 0, 1), run(0, 1, 1u << 30, true)};
   EXPECT_TRUE(copy(m_vol.get(), holes, 1ull << 52, 1ull << 52, ok).empty());
   EXPECT_FALSE(ok);

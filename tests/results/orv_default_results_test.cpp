@@ -1,6 +1,5 @@
 // The default timeline rows: their order, the options that change them, the other info items and
-// the data summary. Each row of real volumes (names, paths, instants, MACB marks, DOS names,
-// stubs, type, ext and name notes) is compared with sleuthkit in tests/integration/sleuthkit_test.cpp.
+// the data summary. (Rows of real volumes: integration/sleuthkit_test.cpp.)
 #include <gtest/gtest.h>
 
 #include "results/orv_default_results.h"

@@ -1,6 +1,5 @@
-// log2timeline rows built from entries in memory: MACB grouping, the order of a record's rows at
-// one instant, the texts of notes, hosts and stubs, and the options that change them. Whole
-// volumes are read back as CSV with every instant checked in tests/integration/timeline_test.cpp.
+// log2timeline rows from entries in memory: MACB grouping, the order of rows at one instant, texts
+// and options. (Every instant of real volumes: integration/timeline_test.cpp.)
 #include <gtest/gtest.h>
 
 #include "results/orv_l2t_rows.h"
@@ -90,8 +89,7 @@ TEST(L2tRows, RowsAtOneInstantTextsAndOptions) {
   EXPECT_EQ(all[1].substr(0, 30), "2021-05-06 00:00:00.000,UTC,M.");
   EXPECT_EQ(field(all[3], 12), "42");
 
-  // A deleted record without a name: its standard information alone. (Extension records and
-  // records without standard information give no rows: through the binary.)
+  // A deleted record without a name: its standard information alone.
   entry_record stub;
   set_header(stub, 7, 1, 0);
   add_si(stub, T1, T1, T1, T2);

@@ -1,9 +1,12 @@
-// Cell rendering of the table writer: the cell writers here serve the default rows as well.
+// Cell rendering of the table writer (its cell writers serve the default rows as well), the header
+// column's text and the names of copies.
 #include <gtest/gtest.h>
 
 #include <functional>
 
 #include "base/orv_time_text.h"
+#include "results/orv_extract.h"
+#include "results/orv_header_text.h"
 #include "results/result_row.h"
 #include "tests/test_util.h"
 
@@ -73,4 +76,35 @@ TEST(ResultRow, CellsRenderUnderEachLayout) {
     render_row(line, row, cases[i].m_columns, cases[i].m_layout);
     EXPECT_EQ(line, cases[i].m_want + "\n") << "case " << i;
   }
+}
+
+TEST(HeaderText, BytesAndStrings) {
+  struct header_case { std::string bytes; bool strings; const char* want; } const cases[] = {
+      {std::string("MZ\x90\x00", 4), false, "4d 5a 90 00"},
+      {"", false, ""},
+      // Runs of five or more printable characters, "; " between them.
+      {std::string("\x01hello\x02worlds!\x7f" "abcd\x00" "SQLite format 3", 35), true,
+       "hello; worlds!; SQLite format 3"},
+      {"abcd", true, ""},                                 // shorter than the minimum
+      {std::string("\x01\x02\x03\x04\x05\x06", 6), true, ""},  // no printable run
+  };
+  for (const header_case& c : cases) {
+    std::string out;
+    format_header(out, reinterpret_cast<const uint8_t*>(c.bytes.data()), c.bytes.size(), c.strings, 5, "; ");
+    EXPECT_EQ(out, c.want) << c.want;
+  }
+}
+
+TEST(CopyNames, VolumeNamesStayOnePathComponent) {
+  struct name_case { std::wstring name, want; } const cases[] = {
+      {L"report.doc", L"report.doc"},
+      {L"a/b.txt", L"a_b.txt"},
+      {std::wstring(L"nul\0in", 6), L"nul_in"},
+      {L"tab\tand\x7f", L"tab_and_"},
+      {L"..", L"__"},
+      {L".", L"_"},
+      {L"...x", L"...x"},
+      {L"caf\u00e9\\x", L"caf\u00e9\\x"},  // a back-slash is an ordinary character here
+  };
+  for (const name_case& c : cases) EXPECT_EQ(path_component(c.name), c.want);
 }

@@ -67,7 +67,6 @@ TEST(ScriptFile, LineEndsCommentsAndQuotes) {
 
 TEST(CommonOptions, FormatsSeparatorsAndRefusals) {
   // Paired date and time keep their blank; a tab replaces nothing; quoted cells need no replacement.
-  // (Plain -csv: the separator, the replaced comma and no blanks are checked through the binary.)
   cmd_params pair, tab, q;
   EXPECT_EQ(parse(pair, {"-csv", "-pair_datetime"}), accepted());
   EXPECT_TRUE(pair.m_field_separator == "," && pair.m_replace_char == ',' && pair.m_replace_with == ' ' &&
@@ -85,8 +84,7 @@ TEST(CommonOptions, FormatsSeparatorsAndRefusals) {
             accepted("invalid m/d/yy, using default format\ninvalid hh:mm:ss., using default format\n"));
   EXPECT_TRUE(bad.m_date_format == "yyyy-mm-dd" && bad.m_time_format == "hh:mm:ss.xxx");
 
-  // An unbalanced alias list refuses. (Unknown options are left to the walk and ignored: checked
-  // through the binary in tests/integration/cli_test.cpp.)
+  // An unbalanced alias list refuses.
   cmd_params a;
   EXPECT_EQ(parse(a, {"-alias", "c:|d:|e:"}),
             std::make_pair(false, std::string("imbalanced alias to true pathfiles, aborting\n")));

@@ -1,6 +1,5 @@
 // The program driver in-process: banner, refusals and their status, the results file and the
-// timing of -profile. Help, usage, the missing-source message, -out /dev/null and -cpu runs are
-// checked through the binary (tests/integration/cli_test.cpp).
+// timing of -profile. (Help, usage and -cpu: integration/cli_test.cpp.)
 #include <gtest/gtest.h>
 
 #include "base/orv_version.h"

@@ -46,8 +46,7 @@ TEST(WalkOptions, SourceChoice) {
 }
 
 // Lists split at "|", "," and ";", lowered, empty items dropped; a name may name a stream;
-// repeated inode numbers merge. (Names, extensions, wildcards and plain inode lists are checked
-// through the binary against the facts of a volume: tests/integration/filter_test.cpp.)
+// repeated inode numbers merge. (Plain lists: integration/filter_test.cpp.)
 TEST(WalkOptions, StreamDirectoryAndInodeFilters) {
   mft_entries_ctx c;
   EXPECT_EQ(walk(c, {"-filter_name", "Temp | a:Zone", "-filter_dir", "C:\\Windows*;\\Users*3|"}).first, 0);

@@ -30,9 +30,7 @@ TEST(ValidateVolume, OffsetsMessagesAndSuggestions) {
   // The offset given, then what validate_volume gives: its result, found, the offset and the messages.
   struct validate_case { const char* what; bytes image; uint64_t offset; bool result, found; uint64_t offset_out;
                          std::string text; } const cases[] = {
-      // Through the binary against mmls (tests/integration/cli_test.cpp): offsets that match a row,
-      // none, one past the image, volumes cut inside, disks of 4 KiB sectors. The walk stops at the
-      // matching row.
+      // (Against mmls through the binary: integration/cli_test.cpp.) The walk stops at the matching row.
       {"FAT row", disk, 0x10000, false, false, 0x10000,
        "volume offset selected 0x10000 is not a NTFS partition, but [fat32]\n" + k_listing +
            "prob detecting ntfs partition\n"},

@@ -1,6 +1,5 @@
-// Sparse VMDK headers that lie about their sizes, built as tiny files. Chains of real disks, their
-// grains and holes, and the refusals' messages are checked through the binary in
-// tests/integration/vmdk_test.cpp.
+// Sparse VMDK headers that lie about their sizes, built as tiny files. (Real disks and chains:
+// integration/vmdk_test.cpp.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
