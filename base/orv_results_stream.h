@@ -3,10 +3,12 @@
 // Rows are gathered in a large buffer and written with few system calls; nothing flushes per row.
 // A full buffer is written by a thread of the stream while the next one fills, so the copy into
 // the page cache runs beside the decoding; the bytes and their order are those of one thread.
+#include <atomic>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <string_view>
+
+#include "base/orv_background_task.h"
 
 class results_stream {
  public:
@@ -36,8 +38,6 @@ class results_stream {
   bool close();
   bool failed() const;
 
-  struct background;
-
  private:
   // Gives the full buffer to the writing thread, once it has written the one before.
   void hand_off();
@@ -47,5 +47,7 @@ class results_stream {
   bool m_owns_fd = false;
   bool m_failed = false;
   std::string m_buffer;
-  std::unique_ptr<background> m_background;
+  std::string m_full;                        // the buffer the writing task holds
+  std::atomic<bool> m_full_failed{false};    // set by the writing task
+  orv::background_task m_writer;             // last, so that it stops before the buffers it writes go
 };
